@@ -1,0 +1,83 @@
+// Streaming byte sources and sinks.
+#pragma once
+
+#include "foundation/base/LogBase.h"
+#include "foundation/fs/OrvaneHandle.h"
+#include "foundation/text/XString.h"
+
+class ProgressMonitor;
+class _ovOutput;
+
+// A sequential source of bytes.
+class _ovDataSource {
+public:
+    virtual ~_ovDataSource() = default;
+
+    // Delivers up to n next bytes into buf; numRead set. Fewer than n only at the end of the
+    // data. False on a read error.
+    virtual bool readSourcePM(char* buf, unsigned n, unsigned& numRead, ProgressMonitor* pm,
+                              LogBase& log) = 0;
+    // True once every byte has been delivered.
+    virtual bool endOfStream() = 0;
+    // Appends the rest of the source to out; count receives the number of bytes copied.
+    virtual bool copyToOutputPM(_ovOutput& out, long long& count, ProgressMonitor* pm,
+                                LogBase& log);
+
+    // Set true by the source when a read reaches the end of the data.
+    unsigned m_sourceFlags = 0;
+    // When true the source reads ahead in large blocks, so that many small reads cost few
+    // system calls. Readers that stream a file once may leave it set; callers that need
+    // exact read sizes set it false directly after opening.
+    bool m_readAhead = true;
+    bool m_eof = false;
+};
+
+// The source over a named file, read from its start.
+class _ovFileDataSource : public _ovDataSource {
+public:
+    _ovFileDataSource() = default;
+    ~_ovFileDataSource() override;  // closes the file
+
+    bool openDataSourceFile(const XString& path, LogBase& log);
+    long long getFileSize64(LogBase* log);
+
+    bool readSourcePM(char* buf, unsigned n, unsigned& numRead, ProgressMonitor* pm,
+                      LogBase& log) override;
+    bool endOfStream() override;
+    // Lets the kernel copy when out is a file (copy_file_range), else reads and writes.
+    bool copyToOutputPM(_ovOutput& out, long long& count, ProgressMonitor* pm,
+                        LogBase& log) override;
+
+    OrvaneHandle& handle() { return m_handle; }
+
+private:
+    OrvaneHandle m_handle;
+    long long m_size = -1;
+    long long m_delivered = 0;
+    // Read-ahead block (only with m_readAhead).
+    unsigned char* m_block = nullptr;
+    unsigned m_blockPos = 0;
+    unsigned m_blockLen = 0;
+};
+
+// A sequential sink of bytes.
+class _ovOutput {
+public:
+    // Appends n bytes.
+    virtual bool writeUBytesPM(const unsigned char* p, unsigned n, ProgressMonitor* pm,
+                               LogBase& log) = 0;
+    // The file being written when the output is a file, else null (lets sources copy
+    // through the kernel).
+    virtual OrvaneHandle* fileHandle() { return nullptr; }
+    // Closes the output and frees the object. Called once; the object is gone afterwards.
+    virtual void dispose() = 0;
+
+protected:
+    virtual ~_ovOutput() = default;
+};
+
+class OutputFile {
+public:
+    // A new output writing the named file from empty, or null (reason in the log).
+    static _ovOutput* createFileUtf8(const char* path, LogBase& log);
+};

@@ -1,0 +1,103 @@
+// Operations on files and directories named by path.
+//
+// Every operation reports failure only through its result (false, null, a negative size, an
+// ok flag set false, the unableToCheck flag) and writes one line into the log it is given
+// naming the operation, the path and the system's reason; nothing into a null log.
+#pragma once
+
+#include "foundation/base/LogBase.h"
+#include "foundation/fs/FileMatchingSpec.h"
+#include "foundation/fs/FileTime.h"
+#include "foundation/fs/OrvaneHandle.h"
+#include "foundation/text/DataBuffer.h"
+#include "foundation/text/XString.h"
+
+// What a path names (filePathType).
+namespace PathType {
+constexpr int Unknown = -1;  // could not be determined (other than the path not existing)
+constexpr int None = 0;
+constexpr int File = 1;
+constexpr int Directory = 2;
+constexpr int Symlink = 3;   // only when links are not followed
+constexpr int Other = 4;     // device, FIFO, socket
+}  // namespace PathType
+
+class FileSys {
+public:
+    // --- existence and type ---
+    // True when the path exists (a dangling link counts). unableToCheck is set true when
+    // existence cannot be determined (e.g. EACCES on a parent); the answer is then false.
+    static bool fileExistsX(const XString& path, bool& unableToCheck, LogBase* log);
+    static bool fileExistsUtf8(const char* path, bool& unableToCheck, LogBase* log);
+    // PathType code; with noFollowLinks true a symbolic link yields Symlink.
+    static int filePathType(const XString& path, bool noFollowLinks, LogBase& log);
+
+    // --- sizes (ok set on every call) ---
+    // Fails on a file larger than 2,147,483,647 bytes, naming the 64-bit method in the log.
+    static int fileSizeUtf8_32(const char* path, LogBase* log, bool& ok);
+    static long long fileSizeUtf8_64(const char* path, LogBase* log, bool& ok);
+    static long long fileSizeX_64(const XString& path, LogBase* log, bool& ok);
+
+    // --- copy, move, delete ---
+    // failIfExists true: fails when `to` exists. The copy keeps the source's permission bits.
+    static bool copyFileX(const XString& from, const XString& to, bool failIfExists,
+                          LogBase* log);
+    static bool moveFileX(const XString& from, const XString& to, LogBase* log);
+    static bool deleteFileUtf8(const char* path, LogBase* log);
+    static bool createDir(const XString& dir, LogBase* log);
+    static bool deleteDir(const XString& dir, LogBase* log);
+    // Removes the directory and everything under it, never following a symbolic link.
+    static bool deleteTreeUtf8(const char* dir, FileMatchingSpec& spec, LogBase& log);
+
+    // dir empty: TMPDIR, else /tmp. out = dir/prefix + unique part + ".tmp"; the file is
+    // created empty, owner-only, before the call returns.
+    static bool GetTemporaryFilename(const XString& dir, const XString& prefix, XString& out,
+                                     LogBase& log);
+
+    // --- whole files ---
+    // Replaces the file atomically (new file in the same directory, flushed, renamed; the
+    // old file's permission bits kept). On failure the old file is as it was and no
+    // temporary remains.
+    static bool writeFileUtf8(const char* path, const DataBuffer& data, LogBase* log);
+    static bool writeFileUtf8(const char* path, const void* data, unsigned n, LogBase* log);
+    // Writes all n bytes at the handle's position (n may be 0); false when no file is held.
+    static bool writeToOpenFile(OrvaneHandle& h, const char* p, unsigned n, LogBase* log);
+    // Reads the whole file into out (replacing its content) straight into its final
+    // storage; false (out unchanged) on failure.
+    static bool readFileUtf8(const char* path, DataBuffer& out, LogBase* log);
+
+    // --- time stamps (UTC) ---
+    static bool GetFileCreateTimeGmt(const XString& path, OrvaneFileTime& out, LogBase* log);
+    static bool GetFileLastAccessGmt(const XString& path, OrvaneFileTime& out, LogBase* log);
+    static bool GetFileLastModTimeGmt(const XString& path, OrvaneFileTime& out, LogBase* log);
+    static bool setFileTimeGmt(const XString& path, const OrvaneFileTime& lastMod, LogBase* log);
+    // Where the platform cannot set a creation time, that part is skipped with an
+    // information line and the other two are still set.
+    static bool setFileTimeGmt_3(const XString& path, const OrvaneFileTime& create,
+                                 const OrvaneFileTime& lastAccess, const OrvaneFileTime& lastMod,
+                                 LogBase* log);
+
+    // --- symbolic links ---
+    // out receives the link's target (appended to what it holds).
+    static bool symlinkTarget(const XString& link, XString& out, LogBase& log);
+    // Creates linkPath pointing at target (the order of POSIX symlink).
+    static bool symlinkCreate(const XString& target, const XString& linkPath, LogBase& log);
+
+    // --- opens: a new handle, or null with errorCode set (codes in OpenErrorCode.h) ---
+    // Existing file, for reading.
+    static OrvaneHandle* openForReadOnly(const XString& path, bool lockFile, bool unused,
+                                         int& errorCode, LogBase* log);
+    // Created or emptied, for writing only.
+    static OrvaneHandle* openForWriteOnly(const XString& path, bool lockFile, bool unused,
+                                          int& errorCode, LogBase* log);
+    // Created if missing, content kept, for reading and writing.
+    static OrvaneHandle* openForReadWrite(const XString& path, bool lockFile, bool unused,
+                                          int& errorCode, LogBase* log);
+    // Created if missing; every write goes to the end.
+    static OrvaneHandle* openForAppend(const XString& path, bool lockFile, bool unused,
+                                       int& errorCode, LogBase* log);
+
+    // --- the process's current directory ---
+    static bool setCurrentDir(const XString& dir);
+    static void getCurrentDir(XString& out);
+};

@@ -1,0 +1,72 @@
+#include "support/TestSupport.h"
+
+#include <fstream>
+#include <filesystem>
+#include <iterator>
+#include <random>
+#include <sstream>
+
+#include <unistd.h>
+
+#include "foundation/text/XString.h"
+
+std::string lastLog(ClsBase& obj) {
+    XString text;
+    obj.get_LastErrorText(text);
+    return text.getUtf8();
+}
+
+void TempDirTest::SetUp() {
+    namespace fs = std::filesystem;
+    const char* tmp = std::getenv("TMPDIR");
+    fs::path base = (tmp && *tmp) ? fs::path(tmp) : fs::temp_directory_path();
+    std::random_device rd;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        fs::path candidate = base / ("fa-test-" + std::to_string(getpid()) + "-" +
+                                     std::to_string(rd()));
+        std::error_code ec;
+        if (fs::create_directory(candidate, ec)) {
+            m_dir = fs::canonical(candidate).string();
+            return;
+        }
+    }
+    FAIL() << "cannot create a temporary directory under " << base;
+}
+
+void TempDirTest::TearDown() {
+    if (m_dir.empty()) return;
+    std::error_code ec;
+    // Restore permissions a test may have taken away, so that everything can be removed.
+    for (auto it = std::filesystem::recursive_directory_iterator(
+             m_dir, std::filesystem::directory_options::skip_permission_denied, ec);
+         !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
+        if (it->is_directory(ec) && !it->is_symlink(ec))
+            std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
+                                         std::filesystem::perm_options::add, ec);
+    }
+    std::filesystem::permissions(m_dir, std::filesystem::perms::owner_all,
+                                 std::filesystem::perm_options::add, ec);
+    std::filesystem::remove_all(m_dir, ec);
+}
+
+std::string TempDirTest::writeFile(const std::string& name, const std::string& bytes) const {
+    std::string p = path(name);
+    std::ofstream out(p, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return p;
+}
+
+std::string TempDirTest::readFile(const std::string& p) {
+    std::ifstream in(p, std::ios::binary);
+    if (!in) return "<missing>";
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string bytesOf(const DataBuffer& db) {
+    if (db.getSize() == 0) return {};
+    return std::string(reinterpret_cast<const char*>(db.getData2()), db.getSize());
+}
+
+bool runningAsRoot() { return geteuid() == 0; }
+
+std::string testDataPath(const std::string& name) { return std::string(FA_TEST_DATA_DIR) + "/" + name; }

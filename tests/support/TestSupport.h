@@ -1,0 +1,49 @@
+// Helpers shared by the test suites.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "foundation/base/ClsBase.h"
+#include "foundation/text/DataBuffer.h"
+
+// The object's last-error log as text.
+std::string lastLog(ClsBase& obj);
+
+// Asserts that a call on `obj` succeeded (a true result), printing the object's log if not.
+#define ASSERT_CALL_OK(obj, expr) \
+    ASSERT_TRUE(expr) << "call: " #expr "\nlog:\n" << lastLog(obj)
+#define EXPECT_CALL_OK(obj, expr) \
+    EXPECT_TRUE(expr) << "call: " #expr "\nlog:\n" << lastLog(obj)
+// Asserts that a call failed, printing the log if it did not.
+#define EXPECT_CALL_FAILS(obj, expr) \
+    EXPECT_FALSE(expr) << "call: " #expr "\nlog:\n" << lastLog(obj)
+
+// A fixture that gives each test a fresh temporary directory, removed afterwards.
+class TempDirTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Absolute path of `name` inside the test's directory.
+    std::string path(const std::string& name) const { return m_dir + "/" + name; }
+    const std::string& dir() const { return m_dir; }
+
+    // Writes bytes into a file (created or emptied) of the test directory; returns its path.
+    std::string writeFile(const std::string& name, const std::string& bytes) const;
+    // The whole content of a file, or "<missing>" when it cannot be read.
+    static std::string readFile(const std::string& path);
+
+private:
+    std::string m_dir;
+};
+
+// The bytes of a DataBuffer as a string, for comparisons.
+std::string bytesOf(const DataBuffer& db);
+
+// True when the tests run with root's privileges (permission tests are skipped then).
+bool runningAsRoot();
+
+// Path of a file under tests/data.
+std::string testDataPath(const std::string& name);
