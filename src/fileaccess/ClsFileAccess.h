@@ -133,6 +133,17 @@ public:
 private:
     // Private steps of the methods above, by subsystem, go here.
 
+    // --- the current file: opening, closing, reading and writing ---
+    using LayerOpen = OrvaneHandle* (*)(const XString&, bool, bool, int&, LogBase*);
+    bool openCurrentFile(LayerOpen open, XString& path);
+    void closeCurrentFile();
+    void fileOpenUnsupported();
+    bool writeToCurrent(const void* bytes, unsigned n);
+    bool writeSlice(const DataBuffer& data, int offset, int count);
+    bool appendBuilderText(const ClsStringBuilder& sb, const XString& charset);
+    bool seekCurrent(int offset, int origin);
+    bool truncateAtPosition();
+
     // The three flags read by lock-free accessors are atomics (relaxed): a reader on another
     // thread sees either the old or the new value, never a torn one. Everything else is
     // guarded by the object's lock.
