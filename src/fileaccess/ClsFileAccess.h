@@ -144,6 +144,15 @@ private:
     bool seekCurrent(int offset, int origin);
     bool truncateAtPosition();
 
+    // --- numbered blocks; records between markers ---
+    int countBlocks(int blockSize);
+    int readNextFragment(bool startAtBeginning, XString& beginMarker, XString& endMarker,
+                         XString& charset, ClsStringBuilder& sb);
+    // The fragment reader's chunk and fragment buffers, kept between calls so that a scan of
+    // many small records allocates nothing per record.
+    DataBuffer m_scanChunk;
+    DataBuffer m_scanFragment;
+
     // The three flags read by lock-free accessors are atomics (relaxed): a reader on another
     // thread sees either the old or the new value, never a torn one. Everything else is
     // guarded by the object's lock.
