@@ -99,6 +99,9 @@ public:
     void swap(DataBuffer& other) noexcept;
 
 private:
+    // True when [p, p + n) lies at least partly in this buffer's storage.
+    bool overlapsStorage(const void* p, unsigned n) const;
+
     unsigned char* m_data = nullptr;
     unsigned m_size = 0;
     unsigned m_capacity = 0;

@@ -11,7 +11,9 @@ bool isTrimSpace(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
 }
 
-char asciiLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+char asciiLower(char c) {
+    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
+}
 
 // Position of the first occurrence of `find` in `s`, ASCII letters compared without case.
 size_t findNoCase(std::string_view s, std::string_view find) {
@@ -39,7 +41,9 @@ void StringBuffer::append(const DataBuffer& bytes) {
     m_s.append(reinterpret_cast<const char*>(bytes.getData2()), bytes.getSize());
 }
 
-void StringBuffer::append(int value) { m_s.append(std::to_string(value)); }
+void StringBuffer::append(int value) {
+    m_s.append(std::to_string(value));
+}
 
 void StringBuffer::prepend(const char* s) {
     if (s) m_s.insert(0, s);

@@ -1,0 +1,442 @@
+// Storage, search, replacement and parsing of DataBuffer.
+//
+// Storage comes from malloc/realloc for small blocks. Blocks of 2 MiB and more are 2 MiB-aligned
+// and advised for transparent huge pages: first-touch faults on 4 KiB pages cost far more than
+// the copy the buffer is usually filled with, and one huge-page fault replaces 512 of them.
+// Everything is released with free(), so storage can move between buffers with swap().
+#include "foundation/text/DataBuffer.h"
+
+#include <sys/mman.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "foundation/text/Encodings.h"
+#include "foundation/text/StringBuffer.h"
+
+namespace {
+
+constexpr uint64_t kMaxSize = UINT32_MAX;
+constexpr size_t kHugeBlock = size_t{2} << 20;
+
+// Fresh storage of n bytes (n > 0), or null.
+unsigned char* allocStorage(size_t n) {
+    if (n < kHugeBlock) return static_cast<unsigned char*>(std::malloc(n));
+    // Round up to whole huge pages so the tail is covered by the advice as well.
+    size_t rounded = (n + kHugeBlock - 1) & ~(kHugeBlock - 1);
+    void* p = nullptr;
+    if (posix_memalign(&p, kHugeBlock, rounded) != 0) return nullptr;
+#ifdef MADV_HUGEPAGE
+    madvise(p, rounded, MADV_HUGEPAGE);
+#endif
+    return static_cast<unsigned char*>(p);
+}
+
+// Moves `used` bytes of old storage into storage of n bytes; null (old kept) on failure.
+unsigned char* growStorage(unsigned char* old, size_t used, size_t n) {
+    if (!old) return allocStorage(n);
+    if (n < kHugeBlock) return static_cast<unsigned char*>(std::realloc(old, n));
+    unsigned char* p = allocStorage(n);
+    if (!p) return nullptr;
+    if (used) std::memcpy(p, old, used);
+    std::free(old);
+    return p;
+}
+
+// Next capacity for a request of `want` bytes: geometric (x1.5) so that repeated appends
+// copy each byte a bounded number of times, clamped to the 32-bit range.
+uint64_t grownCapacity(uint64_t current, uint64_t want) {
+    uint64_t geometric = current + current / 2;
+    uint64_t cap = want > geometric ? want : geometric;
+    if (cap < 64) cap = 64;
+    return cap > kMaxSize ? kMaxSize : cap;
+}
+
+// A growable list of 32-bit offsets kept in malloc'd storage, so running out of memory is an
+// answer rather than an exception.
+class OffsetList {
+  public:
+    ~OffsetList() { std::free(m_items); }
+    bool push(uint32_t v) {
+        if (m_count == m_cap && !grow()) return false;
+        m_items[m_count++] = v;
+        return true;
+    }
+    size_t count() const { return m_count; }
+    uint32_t operator[](size_t i) const { return m_items[i]; }
+
+  private:
+    bool grow() {
+        size_t cap = m_cap ? m_cap * 2 : 1024;
+        void* p = std::realloc(m_items, cap * sizeof(uint32_t));
+        if (!p) return false;
+        m_items = static_cast<uint32_t*>(p);
+        m_cap = cap;
+        return true;
+    }
+    uint32_t* m_items = nullptr;
+    size_t m_count = 0;
+    size_t m_cap = 0;
+};
+
+// Most match offsets remembered between the counting pass and the building pass; beyond this
+// the building pass searches again after the last remembered one.
+constexpr size_t kMaxRemembered = size_t{1} << 24;
+
+int clampCount(uint64_t count) {
+    return count > INT_MAX ? INT_MAX : static_cast<int>(count);
+}
+
+// Same length: each match is overwritten where it stands.
+int replaceSameLength(unsigned char* data, unsigned size, const unsigned char* find, unsigned len,
+                      const unsigned char* repl) {
+    uint64_t count = 0;
+    unsigned char* end = data + size;
+    unsigned char* p = data;
+    while (static_cast<size_t>(end - p) >= len) {
+        void* hit = memmem(p, static_cast<size_t>(end - p), find, len);
+        if (!hit) break;
+        unsigned char* h = static_cast<unsigned char*>(hit);
+        std::memmove(h, repl, len);
+        p = h + len;
+        ++count;
+    }
+    return clampCount(count);
+}
+
+// Shorter replacement: one forward pass compacting the bytes towards the front.
+int replaceShrinking(DataBuffer& buf, const unsigned char* find, unsigned findLength,
+                     const unsigned char* repl, unsigned replLength) {
+    uint64_t count = 0;
+    unsigned char* data = buf.getData2();
+    unsigned char* end = data + buf.getSize();
+    unsigned char* rd = data;
+    unsigned char* wr = data;
+    while (static_cast<size_t>(end - rd) >= findLength) {
+        void* hit = memmem(rd, static_cast<size_t>(end - rd), find, findLength);
+        if (!hit) break;
+        unsigned char* h = static_cast<unsigned char*>(hit);
+        size_t keep = static_cast<size_t>(h - rd);
+        if (wr != rd && keep) std::memmove(wr, rd, keep);
+        wr += keep;
+        if (replLength) std::memmove(wr, repl, replLength);
+        wr += replLength;
+        rd = h + findLength;
+        ++count;
+    }
+    if (count == 0) return 0;
+    size_t tail = static_cast<size_t>(end - rd);
+    if (tail) std::memmove(wr, rd, tail);
+    buf.setDataSize_CAUTION(static_cast<unsigned>((wr - data) + tail));
+    return clampCount(count);
+}
+
+// Growing in place: every remembered match is known, so segments move from the last one
+// backwards and nothing is overwritten before it has moved.
+void buildFromBack(unsigned char* data, unsigned size, const OffsetList& hits, unsigned findLength,
+                   const unsigned char* repl, unsigned replLength, uint64_t newSize) {
+    size_t srcEnd = size;
+    size_t dstEnd = static_cast<size_t>(newSize);
+    for (size_t i = hits.count(); i-- > 0;) {
+        size_t hitEnd = size_t{hits[i]} + findLength;
+        size_t tail = srcEnd - hitEnd;
+        dstEnd -= tail;
+        if (tail) std::memmove(data + dstEnd, data + hitEnd, tail);
+        dstEnd -= replLength;
+        std::memcpy(data + dstEnd, repl, replLength);
+        srcEnd = hits[i];
+    }
+}
+
+// Growing into new storage: segments and replacements are copied once, in order. Matches
+// past the remembered ones are found again, continuing the same left-to-right scan.
+bool buildInto(DataBuffer& buf, const OffsetList& hits, const unsigned char* find,
+               unsigned findLength, const unsigned char* repl, unsigned replLength,
+               uint64_t newSize) {
+    DataBuffer out;
+    if (!out.ensureBuffer64(newSize)) return false;
+    const unsigned char* src = buf.getData2();
+    const unsigned char* end = src + buf.getSize();
+    unsigned char* dst = out.getData2();
+    const unsigned char* rd = src;
+    auto emit = [&](const unsigned char* h) {
+        size_t keep = static_cast<size_t>(h - rd);
+        std::memcpy(dst, rd, keep);
+        dst += keep;
+        std::memcpy(dst, repl, replLength);
+        dst += replLength;
+        rd = h + findLength;
+    };
+    for (size_t i = 0; i < hits.count(); ++i) emit(src + hits[i]);
+    while (static_cast<size_t>(end - rd) >= findLength) {
+        const void* hit = memmem(rd, static_cast<size_t>(end - rd), find, findLength);
+        if (!hit) break;
+        emit(static_cast<const unsigned char*>(hit));
+    }
+    std::memcpy(dst, rd, static_cast<size_t>(end - rd));
+    out.setDataSize_CAUTION(static_cast<unsigned>(newSize));
+    buf.swap(out);
+    return true;
+}
+
+// Longer replacement: a counting pass that remembers where the matches are, then the result
+// is built either in place from the back (when it fits the capacity) or into one new block.
+int replaceGrowing(DataBuffer& buf, const unsigned char* find, unsigned findLength,
+                   const unsigned char* repl, unsigned replLength) {
+    OffsetList hits;
+    uint64_t count = 0;
+    bool allRemembered = true;
+    const unsigned char* data = buf.getData2();
+    const unsigned char* end = data + buf.getSize();
+    const unsigned char* p = data;
+    while (static_cast<size_t>(end - p) >= findLength) {
+        const void* hit = memmem(p, static_cast<size_t>(end - p), find, findLength);
+        if (!hit) break;
+        const unsigned char* h = static_cast<const unsigned char*>(hit);
+        if (allRemembered && hits.count() < kMaxRemembered) {
+            if (!hits.push(static_cast<uint32_t>(h - data))) return -1;
+        } else {
+            allRemembered = false;
+        }
+        p = h + findLength;
+        ++count;
+    }
+    if (count == 0) return 0;
+    uint64_t newSize = buf.getSize() + count * (replLength - findLength);
+    if (newSize > kMaxSize || count > INT_MAX) return -1;
+    if (newSize <= buf.getCapacity() && allRemembered) {
+        buildFromBack(buf.getData2(), buf.getSize(), hits, findLength, repl, replLength, newSize);
+        buf.setDataSize_CAUTION(static_cast<unsigned>(newSize));
+        return static_cast<int>(count);
+    }
+    if (!buildInto(buf, hits, find, findLength, repl, replLength, newSize)) return -1;
+    return static_cast<int>(count);
+}
+
+}  // namespace
+
+DataBuffer::DataBuffer(const DataBuffer& other) {
+    if (other.m_size == 0) return;
+    if (!ensureBuffer(other.m_size)) throw std::bad_alloc();
+    std::memcpy(m_data, other.m_data, other.m_size);
+    m_size = other.m_size;
+}
+
+DataBuffer& DataBuffer::operator=(const DataBuffer& other) {
+    if (this == &other) return *this;
+    m_size = 0;
+    if (other.m_size == 0) return *this;
+    if (!ensureBuffer(other.m_size)) throw std::bad_alloc();
+    std::memcpy(m_data, other.m_data, other.m_size);
+    m_size = other.m_size;
+    return *this;
+}
+
+DataBuffer::DataBuffer(DataBuffer&& other) noexcept {
+    swap(other);
+}
+
+DataBuffer& DataBuffer::operator=(DataBuffer&& other) noexcept {
+    if (this != &other) {
+        releaseStorage();
+        swap(other);
+    }
+    return *this;
+}
+
+DataBuffer::~DataBuffer() {
+    std::free(m_data);
+}
+
+void DataBuffer::releaseStorage() {
+    std::free(m_data);
+    m_data = nullptr;
+    m_size = 0;
+    m_capacity = 0;
+}
+
+void DataBuffer::swap(DataBuffer& other) noexcept {
+    std::swap(m_data, other.m_data);
+    std::swap(m_size, other.m_size);
+    std::swap(m_capacity, other.m_capacity);
+}
+
+unsigned char* DataBuffer::getDataAt2(unsigned offset) {
+    return offset < m_size ? m_data + offset : nullptr;
+}
+
+const unsigned char* DataBuffer::getDataAt2(unsigned offset) const {
+    return offset < m_size ? m_data + offset : nullptr;
+}
+
+bool DataBuffer::ensureBuffer(unsigned capacity) {
+    return ensureBuffer64(capacity);
+}
+
+bool DataBuffer::ensureBuffer64(uint64_t capacity) {
+    if (capacity > kMaxSize) return false;
+    if (capacity <= m_capacity && (m_data || capacity == 0)) return true;
+    uint64_t cap = grownCapacity(m_capacity, capacity);
+    unsigned char* p = growStorage(m_data, m_size, cap);
+    if (!p && cap > capacity) {
+        // The geometric reserve may be what does not fit; try the exact amount.
+        cap = capacity;
+        p = growStorage(m_data, m_size, cap);
+    }
+    if (!p) return false;
+    m_data = p;
+    m_capacity = static_cast<unsigned>(cap);
+    return true;
+}
+
+void DataBuffer::setDataSize_CAUTION(unsigned n) {
+    m_size = n > m_capacity ? m_capacity : n;
+}
+
+bool DataBuffer::append(const void* bytes, unsigned n) {
+    if (n == 0) return true;
+    if (!bytes) return false;
+    uint64_t total = uint64_t{m_size} + n;
+    if (total > m_capacity) {
+        // The source may lie inside this buffer; growing would move it.
+        const unsigned char* src = static_cast<const unsigned char*>(bytes);
+        if (m_data && src >= m_data && src < m_data + m_capacity) {
+            size_t off = static_cast<size_t>(src - m_data);
+            if (!ensureBuffer64(total)) return false;
+            bytes = m_data + off;
+        } else if (!ensureBuffer64(total)) {
+            return false;
+        }
+    }
+    std::memmove(m_data + m_size, bytes, n);
+    m_size = static_cast<unsigned>(total);
+    return true;
+}
+
+bool DataBuffer::append(const DataBuffer& other) {
+    if (other.m_size == 0) return true;
+    return append(other.m_data, other.m_size);
+}
+
+bool DataBuffer::append(const StringBuffer& sb) {
+    return append(sb.getString(), sb.getSize());
+}
+
+bool DataBuffer::appendChar(unsigned char c) {
+    return append(&c, 1);
+}
+
+bool DataBuffer::appendRange(const DataBuffer& src, unsigned offset, unsigned count) {
+    if (uint64_t{offset} + count > src.m_size) return false;
+    if (count == 0) return true;
+    return append(src.m_data + offset, count);
+}
+
+void DataBuffer::shorten(unsigned n) {
+    m_size = n >= m_size ? 0 : m_size - n;
+}
+
+void DataBuffer::removeChunk(unsigned offset, unsigned n) {
+    if (offset >= m_size || n == 0) return;
+    unsigned avail = m_size - offset;
+    if (n >= avail) {
+        m_size = offset;
+        return;
+    }
+    std::memmove(m_data + offset, m_data + offset + n, avail - n);
+    m_size -= n;
+}
+
+bool DataBuffer::equals(const DataBuffer& other) const {
+    return equals(other.m_data, other.m_size);
+}
+
+bool DataBuffer::equals(const void* bytes, unsigned n) const {
+    if (n != m_size) return false;
+    if (n == 0) return true;
+    return bytes && std::memcmp(m_data, bytes, n) == 0;
+}
+
+const unsigned char* DataBuffer::findBytes(const unsigned char* needle, int length) const {
+    if (length <= 0) return nullptr;
+    return findBytes2(m_data, m_size, needle, static_cast<unsigned>(length));
+}
+
+const unsigned char* DataBuffer::findBytes2(const unsigned char* hay, unsigned hayLength,
+                                            const unsigned char* needle, unsigned needleLength) {
+    if (!hay || !needle || needleLength == 0 || needleLength > hayLength) return nullptr;
+    return static_cast<const unsigned char*>(memmem(hay, hayLength, needle, needleLength));
+}
+
+int DataBuffer::replaceAllOccurances(const unsigned char* find, unsigned findLength,
+                                     const unsigned char* repl, unsigned replLength) {
+    if (!find || findLength == 0 || findLength > m_size) return 0;
+    if (replLength && !repl) return -1;
+    if (overlapsStorage(find, findLength) || overlapsStorage(repl, replLength)) {
+        // The pattern or its replacement lies in the bytes being rewritten: work on copies.
+        DataBuffer f, r;
+        if (!f.append(find, findLength) || !r.append(repl, replLength)) return -1;
+        return replaceAllOccurances(f.getData2(), findLength, r.getData2(), replLength);
+    }
+    if (replLength == findLength) return replaceSameLength(m_data, m_size, find, findLength, repl);
+    if (replLength < findLength) return replaceShrinking(*this, find, findLength, repl, replLength);
+    return replaceGrowing(*this, find, findLength, repl, replLength);
+}
+
+bool DataBuffer::overlapsStorage(const void* p, unsigned n) const {
+    if (!p || !m_data || n == 0) return false;
+    const unsigned char* b = static_cast<const unsigned char*>(p);
+    return b < m_data + m_capacity && b + n > m_data;
+}
+
+bool DataBuffer::encodeDB(const char* encoding, StringBuffer& out) const {
+    return encodeBytes(encoding, m_data, m_size, out);
+}
+
+bool DataBuffer::decodeDB(const char* encoding, const char* text, unsigned textLen) {
+    if (!text && textLen) return false;
+    DataBuffer decoded;
+    if (!decodeText(encoding, text, textLen, decoded)) return false;
+    swap(decoded);
+    return true;
+}
+
+bool DataBuffer::parseUint16(unsigned& pos, bool littleEndian, unsigned short& out) const {
+    if (uint64_t{pos} + 2 > m_size) return false;
+    const unsigned char* b = m_data + pos;
+    out = littleEndian ? static_cast<unsigned short>(b[0] | (b[1] << 8))
+                       : static_cast<unsigned short>((b[0] << 8) | b[1]);
+    pos += 2;
+    return true;
+}
+
+bool DataBuffer::parseUint32(unsigned& pos, bool littleEndian, unsigned& out) const {
+    if (uint64_t{pos} + 4 > m_size) return false;
+    const unsigned char* b = m_data + pos;
+    unsigned v = 0;
+    for (int i = 0; i < 4; ++i) {
+        unsigned byte = littleEndian ? b[3 - i] : b[i];
+        v = (v << 8) | byte;
+    }
+    out = v;
+    pos += 4;
+    return true;
+}
+
+bool DataBuffer::parseData(unsigned& pos, unsigned n, DataBuffer& out) const {
+    if (uint64_t{pos} + n > m_size) return false;
+    if (n && !out.append(m_data + pos, n)) return false;
+    pos += n;
+    return true;
+}
+
+bool DataBuffer::parseDataEnc(unsigned& pos, unsigned n, const char* encoding,
+                              StringBuffer& out) const {
+    if (uint64_t{pos} + n > m_size) return false;
+    if (!encodeBytes(encoding, n ? m_data + pos : nullptr, n, out)) return false;
+    pos += n;
+    return true;
+}

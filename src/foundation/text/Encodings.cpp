@@ -1,0 +1,404 @@
+#include "foundation/text/Encodings.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "foundation/text/DataBuffer.h"
+#include "foundation/text/StringBuffer.h"
+
+namespace {
+
+enum class Enc { Unknown, Hex, HexLower, Base64, Base64Url, Base32, Url, Qp, Ascii };
+
+bool sameNoCase(const char* a, const char* b) {
+    for (; *a && *b; ++a, ++b) {
+        char x = (*a >= 'A' && *a <= 'Z') ? static_cast<char>(*a + 32) : *a;
+        if (x != *b) return false;
+    }
+    return *a == *b;
+}
+
+Enc encodingByName(const char* name) {
+    if (!name) return Enc::Unknown;
+    struct Entry {
+        const char* name;
+        Enc enc;
+    };
+    static constexpr Entry kNames[] = {
+        {"hex", Enc::Hex},       {"base16", Enc::Hex},          {"hexlower", Enc::HexLower},
+        {"base64", Enc::Base64}, {"base64url", Enc::Base64Url}, {"base32", Enc::Base32},
+        {"url", Enc::Url},       {"quoted-printable", Enc::Qp}, {"qp", Enc::Qp},
+        {"ascii", Enc::Ascii},
+    };
+    for (const Entry& e : kNames)
+        if (sameNoCase(name, e.name)) return e.enc;
+    return Enc::Unknown;
+}
+
+constexpr char kHexUpper[] = "0123456789ABCDEF";
+constexpr char kHexLower[] = "0123456789abcdef";
+constexpr char kB64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kB64Url[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+constexpr char kB32[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ234567";
+
+// Every byte value mapped to its two digits, so the encoder stores 16 bits per input byte.
+using PairTable = std::array<uint16_t, 256>;
+PairTable makeHexPairs(const char* digits) {
+    PairTable t{};
+    for (int i = 0; i < 256; ++i) {
+        char pair[2] = {digits[i >> 4], digits[i & 15]};
+        std::memcpy(&t[i], pair, 2);
+    }
+    return t;
+}
+
+// Every 12-bit value mapped to its two base64 digits: one lookup per half of a 3-byte group.
+using B64Table = std::array<uint16_t, 4096>;
+B64Table makeB64Pairs(const char* alphabet) {
+    B64Table t{};
+    for (int i = 0; i < 4096; ++i) {
+        char pair[2] = {alphabet[i >> 6], alphabet[i & 63]};
+        std::memcpy(&t[i], pair, 2);
+    }
+    return t;
+}
+
+// Grows out by `add` bytes and returns where they start; null when the result would pass the
+// 32-bit size range.
+char* extend(StringBuffer& out, uint64_t add) {
+    uint64_t total = uint64_t{out.getSize()} + add;
+    if (total > UINT32_MAX) return nullptr;
+    std::string& s = out.str();
+    size_t old = s.size();
+    s.resize(static_cast<size_t>(total));
+    return s.data() + old;
+}
+
+bool encodeHex(const unsigned char* d, unsigned n, StringBuffer& out, bool lower) {
+    static const PairTable upperPairs = makeHexPairs(kHexUpper);
+    static const PairTable lowerPairs = makeHexPairs(kHexLower);
+    const PairTable& t = lower ? lowerPairs : upperPairs;
+    char* w = extend(out, uint64_t{n} * 2);
+    if (!w) return false;
+    for (unsigned i = 0; i < n; ++i, w += 2) std::memcpy(w, &t[d[i]], 2);
+    return true;
+}
+
+bool encodeBase64(const unsigned char* d, unsigned n, StringBuffer& out, bool url) {
+    static const B64Table stdPairs = makeB64Pairs(kB64);
+    static const B64Table urlPairs = makeB64Pairs(kB64Url);
+    const B64Table& t = url ? urlPairs : stdPairs;
+    const char* alphabet = url ? kB64Url : kB64;
+    unsigned full = n / 3, rest = n % 3;
+    uint64_t len = uint64_t{full} * 4;
+    if (rest) len += url ? rest + 1 : 4;
+    char* w = extend(out, len);
+    if (!w) return false;
+    for (unsigned i = 0; i < full; ++i, d += 3, w += 4) {
+        uint32_t v = (uint32_t{d[0]} << 16) | (uint32_t{d[1]} << 8) | d[2];
+        std::memcpy(w, &t[v >> 12], 2);
+        std::memcpy(w + 2, &t[v & 0xFFF], 2);
+    }
+    if (rest == 0) return true;
+    uint32_t v = uint32_t{d[0]} << 16;
+    if (rest == 2) v |= uint32_t{d[1]} << 8;
+    w[0] = alphabet[(v >> 18) & 63];
+    w[1] = alphabet[(v >> 12) & 63];
+    if (rest == 2) w[2] = alphabet[(v >> 6) & 63];
+    if (url) return true;
+    if (rest == 1) w[2] = '=';
+    w[3] = '=';
+    return true;
+}
+
+bool encodeBase32(const unsigned char* d, unsigned n, StringBuffer& out) {
+    uint64_t groups = (uint64_t{n} + 4) / 5;
+    char* w = extend(out, groups * 8);
+    if (!w) return false;
+    for (unsigned i = 0; i < n; i += 5, w += 8) {
+        unsigned take = n - i < 5 ? n - i : 5;
+        uint64_t v = 0;
+        for (unsigned k = 0; k < 5; ++k) v = (v << 8) | (k < take ? d[i + k] : 0);
+        // Digits that carry at least one bit of input; the rest of the group is padding.
+        static constexpr unsigned kDigits[] = {0, 2, 4, 5, 7, 8};
+        for (unsigned k = 0; k < 8; ++k)
+            w[k] = k < kDigits[take] ? kB32[(v >> (35 - 5 * k)) & 31] : '=';
+    }
+    return true;
+}
+
+bool isUrlUnreserved(unsigned char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '_' || c == '.' || c == '~';
+}
+
+bool encodeUrl(const unsigned char* d, unsigned n, StringBuffer& out) {
+    std::string s;
+    s.reserve(n);
+    for (unsigned i = 0; i < n; ++i) {
+        if (isUrlUnreserved(d[i])) {
+            s.push_back(static_cast<char>(d[i]));
+        } else {
+            s.push_back('%');
+            s.push_back(kHexUpper[d[i] >> 4]);
+            s.push_back(kHexUpper[d[i] & 15]);
+        }
+    }
+    if (uint64_t{out.getSize()} + s.size() > UINT32_MAX) return false;
+    out.append(s);
+    return true;
+}
+
+// Quoted-printable: printable ASCII but '=' stays; CRLF stays a line break; a space or tab
+// stays unless a line break or the end follows it; everything else is =XX. Lines are kept
+// to at most 76 characters with soft breaks ("=" CRLF).
+bool encodeQp(const unsigned char* d, unsigned n, StringBuffer& out) {
+    std::string s;
+    s.reserve(n + n / 8);
+    size_t lineLen = 0;
+    auto put = [&](const char* piece, size_t len) {
+        if (lineLen + len > 75) {
+            s.append("=\r\n");
+            lineLen = 0;
+        }
+        s.append(piece, len);
+        lineLen += len;
+    };
+    for (unsigned i = 0; i < n; ++i) {
+        unsigned char c = d[i];
+        if (c == '\r' && i + 1 < n && d[i + 1] == '\n') {
+            s.append("\r\n");
+            lineLen = 0;
+            ++i;
+            continue;
+        }
+        bool lineEndNext = i + 1 == n || (d[i + 1] == '\r' && i + 2 < n && d[i + 2] == '\n');
+        bool literal =
+            (c >= 33 && c <= 126 && c != '=') || ((c == ' ' || c == '\t') && !lineEndNext);
+        if (literal) {
+            char ch = static_cast<char>(c);
+            put(&ch, 1);
+        } else {
+            char esc[3] = {'=', kHexUpper[c >> 4], kHexUpper[c & 15]};
+            put(esc, 3);
+        }
+    }
+    if (uint64_t{out.getSize()} + s.size() > UINT32_MAX) return false;
+    out.append(s);
+    return true;
+}
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+bool isWhite(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+// Hex digits in either case; white space between pairs is ignored.
+bool decodeHex(const char* t, unsigned n, DataBuffer& out) {
+    if (!out.ensureBuffer64(uint64_t{out.getSize()} + n / 2)) return false;
+    unsigned i = 0;
+    while (i < n) {
+        if (isWhite(t[i])) {
+            ++i;
+            continue;
+        }
+        if (i + 1 >= n) return false;
+        int hi = hexValue(t[i]), lo = hexValue(t[i + 1]);
+        if (hi < 0 || lo < 0) return false;
+        if (!out.appendChar(static_cast<unsigned char>(hi * 16 + lo))) return false;
+        i += 2;
+    }
+    return true;
+}
+
+int b64Value(char c, bool url) {
+    if (c >= 'A' && c <= 'Z') return c - 'A';
+    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+    if (c >= '0' && c <= '9') return c - '0' + 52;
+    if (c == (url ? '-' : '+')) return 62;
+    if (c == (url ? '_' : '/')) return 63;
+    return -1;
+}
+
+// Base64 with or without padding; white space is ignored. Padding may only end the text, and
+// a final group of one digit (which cannot hold a whole byte) is invalid.
+bool decodeBase64(const char* t, unsigned n, DataBuffer& out, bool url) {
+    if (!out.ensureBuffer64(uint64_t{out.getSize()} + uint64_t{n} / 4 * 3 + 3)) return false;
+    uint32_t acc = 0;
+    unsigned digits = 0, pads = 0;
+    for (unsigned i = 0; i < n; ++i) {
+        char c = t[i];
+        if (isWhite(c)) continue;
+        if (c == '=') {
+            ++pads;
+            continue;
+        }
+        int v = b64Value(c, url);
+        if (v < 0 || pads) return false;
+        acc = (acc << 6) | static_cast<uint32_t>(v);
+        if (++digits % 4 == 0) {
+            unsigned char b[3] = {static_cast<unsigned char>(acc >> 16),
+                                  static_cast<unsigned char>(acc >> 8),
+                                  static_cast<unsigned char>(acc)};
+            out.append(b, 3);
+            acc = 0;
+        }
+    }
+    unsigned rest = digits % 4;
+    if (rest == 1 || pads > 2) return false;
+    if (pads && (rest + pads) % 4 != 0) return false;
+    if (rest == 2) return out.appendChar(static_cast<unsigned char>(acc >> 4));
+    if (rest == 3) {
+        unsigned char b[2] = {static_cast<unsigned char>(acc >> 10),
+                              static_cast<unsigned char>(acc >> 2)};
+        return out.append(b, 2);
+    }
+    return true;
+}
+
+int b32Value(char c) {
+    if (c >= 'A' && c <= 'Z') return c - 'A';
+    if (c >= 'a' && c <= 'z') return c - 'a';
+    if (c >= '2' && c <= '7') return c - '2' + 26;
+    return -1;
+}
+
+// Base32 with or without padding; a final group must hold a whole number of bytes.
+bool decodeBase32(const char* t, unsigned n, DataBuffer& out) {
+    uint64_t acc = 0;
+    unsigned digits = 0;
+    bool padding = false;
+    for (unsigned i = 0; i < n; ++i) {
+        char c = t[i];
+        if (isWhite(c)) continue;
+        if (c == '=') {
+            padding = true;
+            continue;
+        }
+        int v = b32Value(c);
+        if (v < 0 || padding) return false;
+        acc = (acc << 5) | static_cast<uint64_t>(v);
+        if (++digits % 8 == 0) {
+            unsigned char b[5];
+            for (int k = 0; k < 5; ++k) b[k] = static_cast<unsigned char>(acc >> (32 - 8 * k));
+            if (!out.append(b, 5)) return false;
+            acc = 0;
+        }
+    }
+    static constexpr int kBytesFor[] = {0, -1, 1, -1, 2, 3, -1, 4};
+    int bytes = kBytesFor[digits % 8];
+    if (bytes < 0) return false;
+    unsigned bits = (digits % 8) * 5;
+    for (int k = 0; k < bytes; ++k) {
+        unsigned shift = bits - 8 * (k + 1);
+        if (!out.appendChar(static_cast<unsigned char>(acc >> shift))) return false;
+    }
+    return true;
+}
+
+bool decodeUrl(const char* t, unsigned n, DataBuffer& out) {
+    for (unsigned i = 0; i < n; ++i) {
+        unsigned char c = static_cast<unsigned char>(t[i]);
+        if (c == '%') {
+            if (i + 2 >= n) return false;
+            int hi = hexValue(t[i + 1]), lo = hexValue(t[i + 2]);
+            if (hi < 0 || lo < 0) return false;
+            c = static_cast<unsigned char>(hi * 16 + lo);
+            i += 2;
+        }
+        if (!out.appendChar(c)) return false;
+    }
+    return true;
+}
+
+bool decodeQp(const char* t, unsigned n, DataBuffer& out) {
+    for (unsigned i = 0; i < n; ++i) {
+        unsigned char c = static_cast<unsigned char>(t[i]);
+        if (c != '=') {
+            if (!out.appendChar(c)) return false;
+            continue;
+        }
+        // A soft line break joins two lines of the encoded text.
+        if (i + 1 < n && t[i + 1] == '\n') {
+            i += 1;
+            continue;
+        }
+        if (i + 2 < n && t[i + 1] == '\r' && t[i + 2] == '\n') {
+            i += 2;
+            continue;
+        }
+        if (i + 2 >= n) return false;
+        int hi = hexValue(t[i + 1]), lo = hexValue(t[i + 2]);
+        if (hi < 0 || lo < 0) return false;
+        if (!out.appendChar(static_cast<unsigned char>(hi * 16 + lo))) return false;
+        i += 2;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool encodeBytes(const char* encoding, const unsigned char* data, unsigned n, StringBuffer& out) {
+    Enc enc = encodingByName(encoding);
+    if (enc == Enc::Unknown) return false;
+    if (n == 0) return true;
+    if (!data) return false;
+    switch (enc) {
+        case Enc::Hex:
+            return encodeHex(data, n, out, false);
+        case Enc::HexLower:
+            return encodeHex(data, n, out, true);
+        case Enc::Base64:
+            return encodeBase64(data, n, out, false);
+        case Enc::Base64Url:
+            return encodeBase64(data, n, out, true);
+        case Enc::Base32:
+            return encodeBase32(data, n, out);
+        case Enc::Url:
+            return encodeUrl(data, n, out);
+        case Enc::Qp:
+            return encodeQp(data, n, out);
+        case Enc::Ascii:
+            if (uint64_t{out.getSize()} + n > UINT32_MAX) return false;
+            out.append(reinterpret_cast<const char*>(data), n);
+            return true;
+        case Enc::Unknown:
+            break;
+    }
+    return false;
+}
+
+bool decodeText(const char* encoding, const char* text, unsigned n, DataBuffer& out) {
+    Enc enc = encodingByName(encoding);
+    if (enc == Enc::Unknown) return false;
+    if (n == 0) return true;
+    if (!text) return false;
+    switch (enc) {
+        case Enc::Hex:
+        case Enc::HexLower:
+            return decodeHex(text, n, out);
+        case Enc::Base64:
+            return decodeBase64(text, n, out, false);
+        case Enc::Base64Url:
+            return decodeBase64(text, n, out, true);
+        case Enc::Base32:
+            return decodeBase32(text, n, out);
+        case Enc::Url:
+            return decodeUrl(text, n, out);
+        case Enc::Qp:
+            return decodeQp(text, n, out);
+        case Enc::Ascii:
+            return out.append(text, n);
+        case Enc::Unknown:
+            break;
+    }
+    return false;
+}
