@@ -47,6 +47,11 @@ struct SysCalls {
     int (*closedir)(DIR* dir);
     int (*chdir)(const char* path);
     char* (*getcwd)(char* buf, size_t n);
+    // Birth time and other extended attributes (Linux only; absent where the platform
+    // keeps the birth time in struct stat).
+#if defined(__linux__) && defined(STATX_BTIME)
+    int (*statx)(int dirfd, const char* path, int flags, unsigned mask, struct statx* out);
+#endif
 };
 
 // The table in use. Starts out pointing at the real calls.

@@ -1,0 +1,176 @@
+#include "foundation/fs/DataSource.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "foundation/fs/FsInternal.h"
+
+namespace {
+
+// Read-ahead block: large enough that streaming a file costs one read per couple of MiB.
+constexpr unsigned kBlockSize = 2u << 20;
+// Chunk for the generic copy that goes through readSourcePM.
+constexpr unsigned kCopyChunk = 1u << 20;
+
+// The output over a file written from empty.
+class FileOutput final : public _ovOutput {
+public:
+    explicit FileOutput(int fd) : m_handle(fd) {}
+
+    bool writeUBytesPM(const unsigned char* p, unsigned n, ProgressMonitor*,
+                       LogBase& log) override {
+        return m_handle.writeBytes(p, n, &log);
+    }
+    OrvaneHandle* fileHandle() override { return &m_handle; }
+    void dispose() override { delete this; }
+
+private:
+    ~FileOutput() override = default;  // closes the file
+
+    OrvaneHandle m_handle;
+};
+
+}  // namespace
+
+bool _ovDataSource::copyToOutputPM(_ovOutput& out, long long& count, ProgressMonitor* pm,
+                                   LogBase& log) {
+    count = 0;
+    std::unique_ptr<char[]> buf(new (std::nothrow) char[kCopyChunk]);
+    if (!buf) {
+        log.MemoryAllocFailed(1, kCopyChunk);
+        return false;
+    }
+    while (!endOfStream()) {
+        unsigned got = 0;
+        if (!readSourcePM(buf.get(), kCopyChunk, got, pm, log)) return false;
+        if (got == 0) break;
+        if (!out.writeUBytesPM(reinterpret_cast<unsigned char*>(buf.get()), got, pm, log))
+            return false;
+        count += got;
+    }
+    return true;
+}
+
+_ovFileDataSource::~_ovFileDataSource() { delete[] m_block; }
+
+bool _ovFileDataSource::openDataSourceFile(const XString& path, LogBase& log) {
+    m_handle.closeHandle();
+    m_size = -1;
+    m_delivered = 0;
+    m_blockPos = m_blockLen = 0;
+    m_eof = false;
+    m_sourceFlags = 0;
+    OrvaneHandle h(fsi::openRetry(path.getUtf8(), O_RDONLY, 0));
+    if (!h.isHandleOpen()) {
+        fsi::logSysFailure(&log, "open", path.getUtf8(), errno);
+        return false;
+    }
+    struct stat st;
+    if (sysCalls().fstat(h.fd(), &st) != 0) {
+        fsi::logSysFailure(&log, "fstat", path.getUtf8(), errno);
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        fsi::logSysFailure(&log, "open", path.getUtf8(), EISDIR);
+        return false;
+    }
+    m_size = static_cast<long long>(st.st_size);
+    m_handle.takeHandle(h);
+    return true;
+}
+
+long long _ovFileDataSource::getFileSize64(LogBase* log) { return m_handle.fileSize64(log); }
+
+bool _ovFileDataSource::endOfStream() {
+    if (!m_handle.isHandleOpen()) return true;
+    if (m_blockPos < m_blockLen) return false;
+    return m_eof || m_delivered >= m_size;
+}
+
+bool _ovFileDataSource::readSourcePM(char* buf, unsigned n, unsigned& numRead, ProgressMonitor*,
+                                     LogBase& log) {
+    numRead = 0;
+    if (!m_handle.isHandleOpen()) {
+        fsi::logFailure(&log, "read", nullptr, "no file is open");
+        return false;
+    }
+    while (numRead < n) {
+        // Serve what the read-ahead block still holds.
+        if (m_blockPos < m_blockLen) {
+            unsigned take = std::min(n - numRead, m_blockLen - m_blockPos);
+            std::memcpy(buf + numRead, m_block + m_blockPos, take);
+            m_blockPos += take;
+            numRead += take;
+            continue;
+        }
+        if (m_eof) break;
+        unsigned want = n - numRead;
+        bool eof = false;
+        unsigned got = 0;
+        // Large requests, and every request without read-ahead, go straight to the caller.
+        if (!m_readAhead || want >= kBlockSize) {
+            if (!m_handle.readBytesToBuf32(buf + numRead, want, got, eof, &log)) return false;
+            numRead += got;
+        } else {
+            if (!m_block) m_block = new (std::nothrow) unsigned char[kBlockSize];
+            if (!m_block) {
+                log.MemoryAllocFailed(2, kBlockSize);
+                return false;
+            }
+            if (!m_handle.readBytesToBuf32(m_block, kBlockSize, got, eof, &log)) return false;
+            m_blockPos = 0;
+            m_blockLen = got;
+        }
+        if (eof) m_eof = true;
+    }
+    m_delivered += numRead;
+    if (m_eof && m_blockPos >= m_blockLen) m_sourceFlags |= 1u;
+    return true;
+}
+
+bool _ovFileDataSource::copyToOutputPM(_ovOutput& out, long long& count, ProgressMonitor* pm,
+                                       LogBase& log) {
+    count = 0;
+    OrvaneHandle* dest = out.fileHandle();
+    if (!dest || !dest->isHandleOpen() || !m_handle.isHandleOpen())
+        return _ovDataSource::copyToOutputPM(out, count, pm, log);
+    // First what was read ahead but not yet delivered, then the rest of the file from the
+    // handle's position (which lies just past the read-ahead block).
+    if (m_blockPos < m_blockLen) {
+        unsigned pending = m_blockLen - m_blockPos;
+        if (!out.writeUBytesPM(m_block + m_blockPos, pending, pm, log)) return false;
+        m_blockPos = m_blockLen;
+        count += pending;
+    }
+    long long copied = 0;
+    const char* failedOp = nullptr;
+    bool ok = fsi::copyFdToFd(m_handle.fd(), dest->fd(), copied, failedOp);
+    count += copied;
+    m_delivered += count;
+    if (!ok) {
+        fsi::logSysFailure(&log, failedOp, nullptr, errno);
+        return false;
+    }
+    m_eof = true;
+    m_sourceFlags |= 1u;
+    return true;
+}
+
+_ovOutput* OutputFile::createFileUtf8(const char* path, LogBase& log) {
+    const char* p = path ? path : "";
+    int fd = fsi::openRetry(p, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    if (fd < 0) {
+        fsi::logSysFailure(&log, "open", p, errno);
+        return nullptr;
+    }
+    _ovOutput* out = new (std::nothrow) FileOutput(fd);
+    if (!out) {
+        fsi::closeFd(fd);
+        log.MemoryAllocFailed(3, sizeof(FileOutput));
+        return nullptr;
+    }
+    return out;
+}

@@ -1,0 +1,125 @@
+// FileSys: time stamps and symbolic links.
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "foundation/base/LogBase.h"
+#include "foundation/fs/FileSys.h"
+#include "foundation/fs/FsInternal.h"
+
+namespace {
+
+bool statFollow(const XString& path, struct stat& st, LogBase* log) {
+    if (sysCalls().stat(path.getUtf8(), &st) == 0) return true;
+    fsi::logSysFailure(log, "stat", path.getUtf8(), errno);
+    return false;
+}
+
+bool validTime(const OrvaneFileTime& t) { return t.nanoseconds() < 1000000000u; }
+
+struct timespec toTimespec(const OrvaneFileTime& t) {
+    struct timespec ts;
+    ts.tv_sec = static_cast<time_t>(t.seconds());
+    ts.tv_nsec = static_cast<long>(t.nanoseconds());
+    return ts;
+}
+
+bool setTimes(const XString& path, const struct timespec times[2], LogBase* log) {
+    if (sysCalls().utimensat(AT_FDCWD, path.getUtf8(), times, 0) == 0) return true;
+    fsi::logSysFailure(log, "utimensat", path.getUtf8(), errno);
+    return false;
+}
+
+}  // namespace
+
+bool FileSys::GetFileCreateTimeGmt(const XString& path, OrvaneFileTime& out, LogBase* log) {
+#if defined(__linux__) && defined(STATX_BTIME)
+    struct statx sx;
+    if (sysCalls().statx(AT_FDCWD, path.getUtf8(), 0, STATX_BTIME, &sx) != 0) {
+        fsi::logSysFailure(log, "statx", path.getUtf8(), errno);
+        return false;
+    }
+    if (!(sx.stx_mask & STATX_BTIME)) {
+        fsi::logFailure(log, "creation time of", path.getUtf8(),
+                        "the file system does not record when a file was created");
+        return false;
+    }
+    out.set(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec);
+    return true;
+#elif defined(__APPLE__)
+    struct stat st;
+    if (!statFollow(path, st, log)) return false;
+    out.set(st.st_birthtimespec.tv_sec, static_cast<uint32_t>(st.st_birthtimespec.tv_nsec));
+    return true;
+#else
+    (void)out;
+    fsi::logFailure(log, "creation time of", path.getUtf8(),
+                    "this system does not report when a file was created");
+    return false;
+#endif
+}
+
+bool FileSys::GetFileLastAccessGmt(const XString& path, OrvaneFileTime& out, LogBase* log) {
+    struct stat st;
+    if (!statFollow(path, st, log)) return false;
+    struct timespec ts = fsi::statAccessTime(st);
+    out.set(ts.tv_sec, static_cast<uint32_t>(ts.tv_nsec));
+    return true;
+}
+
+bool FileSys::GetFileLastModTimeGmt(const XString& path, OrvaneFileTime& out, LogBase* log) {
+    struct stat st;
+    if (!statFollow(path, st, log)) return false;
+    struct timespec ts = fsi::statModTime(st);
+    out.set(ts.tv_sec, static_cast<uint32_t>(ts.tv_nsec));
+    return true;
+}
+
+bool FileSys::setFileTimeGmt(const XString& path, const OrvaneFileTime& lastMod, LogBase* log) {
+    if (!validTime(lastMod)) {
+        fsi::logSysFailure(log, "utimensat", path.getUtf8(), EINVAL);
+        return false;
+    }
+    struct timespec times[2];
+    times[0].tv_sec = 0;
+    times[0].tv_nsec = UTIME_OMIT;
+    times[1] = toTimespec(lastMod);
+    return setTimes(path, times, log);
+}
+
+bool FileSys::setFileTimeGmt_3(const XString& path, const OrvaneFileTime& create,
+                               const OrvaneFileTime& lastAccess, const OrvaneFileTime& lastMod,
+                               LogBase* log) {
+    (void)create;
+    if (!validTime(lastAccess) || !validTime(lastMod)) {
+        fsi::logSysFailure(log, "utimensat", path.getUtf8(), EINVAL);
+        return false;
+    }
+    // POSIX offers no call that sets a birth time; the kernel sets it when the file is made.
+    if (log) log->LogInfo("The creation time cannot be set on this system; it is left as it is.");
+    struct timespec times[2] = {toTimespec(lastAccess), toTimespec(lastMod)};
+    return setTimes(path, times, log);
+}
+
+bool FileSys::symlinkTarget(const XString& link, XString& out, LogBase& log) {
+    std::vector<char> buf(256);
+    for (;;) {
+        ssize_t n = sysCalls().readlink(link.getUtf8(), buf.data(), buf.size());
+        if (n < 0) {
+            fsi::logSysFailure(&log, "readlink", link.getUtf8(), errno);
+            return false;
+        }
+        // A full buffer may mean the target was cut short: try again with more room.
+        if (static_cast<size_t>(n) < buf.size()) {
+            out.appendUtf8(std::string(buf.data(), static_cast<size_t>(n)).c_str());
+            return true;
+        }
+        buf.resize(buf.size() * 4);
+    }
+}
+
+bool FileSys::symlinkCreate(const XString& target, const XString& linkPath, LogBase& log) {
+    if (sysCalls().symlink(target.getUtf8(), linkPath.getUtf8()) == 0) return true;
+    fsi::logSysFailure(&log, "symlink", linkPath.getUtf8(), errno);
+    return false;
+}

@@ -1,0 +1,58 @@
+// Helpers shared by the sources of the file-system layer (not part of its interface).
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <string>
+
+#include "foundation/fs/SysCalls.h"
+
+class LogBase;
+
+namespace fsi {
+
+// The one way the layer reports a failed system call: a single error line naming the
+// operation, the path (when there is one) and the system's reason for err. Nothing for a
+// null log.
+void logSysFailure(LogBase* log, const char* op, const char* path, int err);
+// A failure that has no errno behind it, in the same form.
+void logFailure(LogBase* log, const char* op, const char* path, const char* reason);
+
+// The system's text for err.
+std::string errnoText(int err);
+
+// open() through the table, repeated while interrupted. O_CLOEXEC is always added.
+int openRetry(const char* path, int flags, mode_t mode);
+// close() through the table; the descriptor is gone afterwards whatever the result.
+int closeFd(int fd);
+// fsync / ftruncate / flock, repeated while interrupted.
+int fsyncRetry(int fd);
+int ftruncateRetry(int fd, off_t len);
+int flockRetry(int fd, int op);
+
+// Writes all n bytes to fd at its position, over EINTR and partial writes. False with errno
+// set on failure (a write that makes no progress counts as ENOSPC).
+bool writeAll(int fd, const void* p, size_t n);
+// Reads up to n bytes from fd at its position, over EINTR and short reads, stopping only at
+// the end of the file. Returns the count, or -1 with errno set.
+long long readFull(int fd, void* p, size_t n);
+
+// Copies everything from in's position to out's position, through the kernel where it can
+// (copy_file_range) and with read and write where it cannot. copied receives the count.
+// On failure errno is set and opName names the call that failed.
+bool copyFdToFd(int in, int out, long long& copied, const char*& opName);
+
+// Creates a new file dir/prefix<random><suffix> with O_EXCL and the given mode, for writing.
+// Returns the descriptor (path in outPath), or -1 with errno set.
+int createUniqueFile(const std::string& dir, const std::string& prefix, const char* suffix,
+                     mode_t mode, std::string& outPath);
+
+// The directory part of a path for creating a sibling file ("." when there is none).
+std::string parentDirOf(const std::string& path);
+
+// Time stamps out of struct stat, whatever the platform calls them.
+struct timespec statAccessTime(const struct stat& st);
+struct timespec statModTime(const struct stat& st);
+
+}  // namespace fsi

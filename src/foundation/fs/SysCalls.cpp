@@ -1,0 +1,76 @@
+#include "foundation/fs/SysCalls.h"
+
+#include <sys/file.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace {
+
+// Thin adapters where the C declaration differs from the table's entry (variadic open,
+// platforms without a kernel copy).
+int realOpen(const char* path, int flags, mode_t mode) { return ::open(path, flags, mode); }
+int realOpenat(int dirfd, const char* path, int flags, mode_t mode) {
+    return ::openat(dirfd, path, flags, mode);
+}
+ssize_t realCopyFileRange(int in, off_t* inOff, int out, off_t* outOff, size_t n,
+                          unsigned flags) {
+#if defined(__linux__)
+    return ::copy_file_range(in, inOff, out, outOff, n, flags);
+#else
+    (void)in, (void)inOff, (void)out, (void)outOff, (void)n, (void)flags;
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
+SysCalls makeReal() {
+    SysCalls t{};
+    t.open = realOpen;
+    t.openat = realOpenat;
+    t.close = ::close;
+    t.read = ::read;
+    t.pread = ::pread;
+    t.write = ::write;
+    t.lseek = ::lseek;
+    t.fstat = ::fstat;
+    t.stat = ::stat;
+    t.lstat = ::lstat;
+    t.fstatat = ::fstatat;
+    t.ftruncate = ::ftruncate;
+    t.fsync = ::fsync;
+    t.rename = ::rename;
+    t.unlink = ::unlink;
+    t.unlinkat = ::unlinkat;
+    t.mkdir = ::mkdir;
+    t.rmdir = ::rmdir;
+    t.symlink = ::symlink;
+    t.readlink = ::readlink;
+    t.fchmod = ::fchmod;
+    t.flock = ::flock;
+    t.utimensat = ::utimensat;
+    t.copy_file_range = realCopyFileRange;
+    t.fdopendir = ::fdopendir;
+    t.readdir = ::readdir;
+    t.closedir = ::closedir;
+    t.chdir = ::chdir;
+    t.getcwd = ::getcwd;
+#if defined(__linux__) && defined(STATX_BTIME)
+    t.statx = ::statx;
+#endif
+    return t;
+}
+
+}  // namespace
+
+// Function-local statics, so that code running during static initialisation finds the table
+// filled in.
+SysCalls& sysCalls() {
+    static SysCalls current = makeReal();
+    return current;
+}
+
+const SysCalls& realSysCalls() {
+    static const SysCalls real = makeReal();
+    return real;
+}
