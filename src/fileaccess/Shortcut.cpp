@@ -39,10 +39,8 @@ struct StringSlot {
     XString _ovShortcutInfo::*field;
 };
 constexpr StringSlot kStringSlots[] = {
-    {0x04, 16, &_ovShortcutInfo::name},
-    {0x08, 18, &_ovShortcutInfo::relativePath},
-    {0x10, 20, &_ovShortcutInfo::workingDir},
-    {0x20, 22, &_ovShortcutInfo::commandLineArguments},
+    {0x04, 16, &_ovShortcutInfo::name},         {0x08, 18, &_ovShortcutInfo::relativePath},
+    {0x10, 20, &_ovShortcutInfo::workingDir},   {0x20, 22, &_ovShortcutInfo::commandLineArguments},
     {0x40, 24, &_ovShortcutInfo::iconLocation},
 };
 
@@ -100,7 +98,7 @@ void decodeUtf16Lenient(const DataBuffer& bytes, XString& out) {
 // One pass over a loaded shortcut file. `info` is null for the checker, which steps over
 // what the reader takes in.
 class ShortcutWalk {
-public:
+  public:
     ShortcutWalk(const DataBuffer& file, LogBase& log) : m_file(file), m_log(log) {}
 
     // The reader's header: every field read in turn; HeaderSize is not tested.
@@ -192,7 +190,7 @@ public:
         return true;
     }
 
-private:
+  private:
     bool fail(int failPoint) {
         m_log.LogDataLong("failPoint", failPoint);
         return false;
