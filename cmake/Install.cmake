@@ -1,0 +1,54 @@
+# Installation: the library, its headers, the command-line program, a CMake package config
+# (find_package(fileaccess) gives the target fileaccess::fileaccess) and a pkg-config file.
+#
+#   cmake --install <build dir> [--prefix <dir>]
+#
+# Headers keep their layout below src/, under include/fileaccess-<version>/, so that a program
+# includes "fileaccess/ClsFileAccess.h" exactly as inside this tree.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(FA_INSTALL_INCLUDEDIR include/fileaccess-${PROJECT_VERSION})
+set(FA_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/fileaccess)
+set(FA_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The public headers need C++20; a consumer gets that requirement with the target.
+target_compile_features(fileaccess PUBLIC cxx_std_20)
+
+install(TARGETS fileaccess EXPORT fileaccessTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+foreach(header ${FA_HEADERS})
+  get_filename_component(subdir ${header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/src/${header} DESTINATION ${FA_INSTALL_INCLUDEDIR}/${subdir})
+endforeach()
+if(TARGET fatool)
+  install(TARGETS fatool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+install(EXPORT fileaccessTargets NAMESPACE fileaccess:: DESTINATION ${FA_INSTALL_CMAKEDIR})
+# The package config re-finds what the library's interface links: threads always, iconv
+# where it is a library of its own.
+if(Iconv_FOUND AND NOT Iconv_IS_BUILT_IN)
+  set(FA_NEEDS_ICONV TRUE)
+else()
+  set(FA_NEEDS_ICONV FALSE)
+endif()
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/fileaccessConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/fileaccessConfig.cmake INSTALL_DESTINATION ${FA_INSTALL_CMAKEDIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/fileaccessConfigVersion.cmake
+  VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/fileaccessConfig.cmake
+              ${PROJECT_BINARY_DIR}/fileaccessConfigVersion.cmake
+        DESTINATION ${FA_INSTALL_CMAKEDIR})
+
+# The .pc file finds the prefix from its own place, so the install can be moved or put under
+# another prefix at install time (cmake --install --prefix) and still be right.
+file(RELATIVE_PATH FA_PC_TO_PREFIX /fa-root/${FA_INSTALL_PKGCONFIGDIR} /fa-root)
+string(REGEX REPLACE "/$" "" FA_PC_TO_PREFIX "${FA_PC_TO_PREFIX}")
+set(FA_PC_LIBS "-L\${libdir} -lfileaccess -pthread")
+if(FA_NEEDS_ICONV)
+  string(APPEND FA_PC_LIBS " -liconv")
+endif()
+configure_file(${CMAKE_CURRENT_LIST_DIR}/fileaccess.pc.in ${PROJECT_BINARY_DIR}/fileaccess.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/fileaccess.pc DESTINATION ${FA_INSTALL_PKGCONFIGDIR})

@@ -1,0 +1,61 @@
+// Progress reports of long jobs on standard error.
+//
+// The library's whole-file calls (split, join, compare) run to their end in one call, so
+// their progress is sampled from the outside: a background thread asks a callback (which looks
+// at the files being written) every few hundred milliseconds and rewrites one status line.
+// Loops in the program itself (the record scan) call update() instead. Nothing is printed
+// unless the context asks for progress, which main() does only when stderr is a terminal.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "Cli.h"
+
+namespace fatool {
+
+// "512 B", "3.5 KiB", "1.0 GiB".
+std::string humanBytes(int64_t n);
+// "done of total (pct%)", or just done when the total is unknown (0 or less).
+std::string fraction(int64_t done, int64_t total);
+
+class Progress {
+  public:
+    Progress(Context& ctx, std::string label);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    bool active() const { return m_active; }
+    // Calls `sample` on a background thread until finish() and prints what it returns.
+    void startPolling(std::function<std::string()> sample);
+    // Prints `text` unless a line was printed very recently.
+    void update(const std::string& text);
+    // Stops polling and ends the status line; called by the destructor too.
+    void finish();
+
+  private:
+    void print(const std::string& text);
+    void pollLoop();
+
+    Context& m_ctx;
+    std::string m_label;
+    bool m_active;
+    bool m_printed = false;
+    size_t m_lastWidth = 0;
+    std::chrono::steady_clock::time_point m_start;
+    std::chrono::steady_clock::time_point m_lastPrint;
+    std::function<std::string()> m_sample;
+    std::string m_finalText;
+    std::thread m_thread;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_stop = false;
+};
+
+}  // namespace fatool
