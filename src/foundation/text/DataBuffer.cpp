@@ -86,6 +86,40 @@ class OffsetList {
 // the building pass searches again after the last remembered one.
 constexpr size_t kMaxRemembered = size_t{1} << 24;
 
+// Finds a pattern left to right. It looks for the first byte with memchr (vectorised in the C
+// library, so it skims text where that byte is rare) and compares the rest; when the first
+// byte turns out to be common (many false starts per byte scanned) it switches to memmem for
+// the rest of its life, which does not depend on byte frequencies.
+class Searcher {
+  public:
+    Searcher(const unsigned char* needle, size_t n) : m_needle(needle), m_n(n) {}
+
+    // First occurrence in [p, end), or null.
+    const unsigned char* find(const unsigned char* p, const unsigned char* end) {
+        if (static_cast<size_t>(end - p) < m_n) return nullptr;
+        if (m_n == 1) return static_cast<const unsigned char*>(memchr(p, m_needle[0], end - p));
+        while (!m_useMemmem) {
+            size_t span = static_cast<size_t>(end - p) - m_n + 1;
+            auto* q = static_cast<const unsigned char*>(memchr(p, m_needle[0], span));
+            if (!q) return nullptr;
+            if (std::memcmp(q + 1, m_needle + 1, m_n - 1) == 0) return q;
+            m_scanned += static_cast<uint64_t>(q - p) + 1;
+            p = q + 1;
+            // More than one false start per 32 bytes: memchr no longer pays for itself.
+            if (++m_falseStarts > 256 && m_falseStarts * 32 > m_scanned) m_useMemmem = true;
+            if (static_cast<size_t>(end - p) < m_n) return nullptr;
+        }
+        return static_cast<const unsigned char*>(memmem(p, end - p, m_needle, m_n));
+    }
+
+  private:
+    const unsigned char* m_needle;
+    size_t m_n;
+    bool m_useMemmem = false;
+    uint64_t m_falseStarts = 0;
+    uint64_t m_scanned = 0;
+};
+
 int clampCount(uint64_t count) {
     return count > INT_MAX ? INT_MAX : static_cast<int>(count);
 }
@@ -94,12 +128,11 @@ int clampCount(uint64_t count) {
 int replaceSameLength(unsigned char* data, unsigned size, const unsigned char* find, unsigned len,
                       const unsigned char* repl) {
     uint64_t count = 0;
+    Searcher searcher(find, len);
     unsigned char* end = data + size;
     unsigned char* p = data;
-    while (static_cast<size_t>(end - p) >= len) {
-        void* hit = memmem(p, static_cast<size_t>(end - p), find, len);
-        if (!hit) break;
-        unsigned char* h = static_cast<unsigned char*>(hit);
+    while (const unsigned char* hit = searcher.find(p, end)) {
+        unsigned char* h = data + (hit - data);
         std::memmove(h, repl, len);
         p = h + len;
         ++count;
@@ -115,10 +148,9 @@ int replaceShrinking(DataBuffer& buf, const unsigned char* find, unsigned findLe
     unsigned char* end = data + buf.getSize();
     unsigned char* rd = data;
     unsigned char* wr = data;
-    while (static_cast<size_t>(end - rd) >= findLength) {
-        void* hit = memmem(rd, static_cast<size_t>(end - rd), find, findLength);
-        if (!hit) break;
-        unsigned char* h = static_cast<unsigned char*>(hit);
+    Searcher searcher(find, findLength);
+    while (const unsigned char* hit = searcher.find(rd, end)) {
+        unsigned char* h = data + (hit - data);
         size_t keep = static_cast<size_t>(h - rd);
         if (wr != rd && keep) std::memmove(wr, rd, keep);
         wr += keep;
@@ -171,11 +203,8 @@ bool buildInto(DataBuffer& buf, const OffsetList& hits, const unsigned char* fin
         rd = h + findLength;
     };
     for (size_t i = 0; i < hits.count(); ++i) emit(src + hits[i]);
-    while (static_cast<size_t>(end - rd) >= findLength) {
-        const void* hit = memmem(rd, static_cast<size_t>(end - rd), find, findLength);
-        if (!hit) break;
-        emit(static_cast<const unsigned char*>(hit));
-    }
+    Searcher searcher(find, findLength);
+    while (const unsigned char* hit = searcher.find(rd, end)) emit(hit);
     std::memcpy(dst, rd, static_cast<size_t>(end - rd));
     out.setDataSize_CAUTION(static_cast<unsigned>(newSize));
     buf.swap(out);
@@ -192,10 +221,8 @@ int replaceGrowing(DataBuffer& buf, const unsigned char* find, unsigned findLeng
     const unsigned char* data = buf.getData2();
     const unsigned char* end = data + buf.getSize();
     const unsigned char* p = data;
-    while (static_cast<size_t>(end - p) >= findLength) {
-        const void* hit = memmem(p, static_cast<size_t>(end - p), find, findLength);
-        if (!hit) break;
-        const unsigned char* h = static_cast<const unsigned char*>(hit);
+    Searcher searcher(find, findLength);
+    while (const unsigned char* h = searcher.find(p, end)) {
         if (allRemembered && hits.count() < kMaxRemembered) {
             if (!hits.push(static_cast<uint32_t>(h - data))) return -1;
         } else {
@@ -368,7 +395,7 @@ const unsigned char* DataBuffer::findBytes(const unsigned char* needle, int leng
 const unsigned char* DataBuffer::findBytes2(const unsigned char* hay, unsigned hayLength,
                                             const unsigned char* needle, unsigned needleLength) {
     if (!hay || !needle || needleLength == 0 || needleLength > hayLength) return nullptr;
-    return static_cast<const unsigned char*>(memmem(hay, hayLength, needle, needleLength));
+    return Searcher(needle, needleLength).find(hay, hay + hayLength);
 }
 
 int DataBuffer::replaceAllOccurances(const unsigned char* find, unsigned findLength,

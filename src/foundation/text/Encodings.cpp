@@ -1,6 +1,7 @@
 #include "foundation/text/Encodings.h"
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -65,6 +66,14 @@ B64Table makeB64Pairs(const char* alphabet) {
     return t;
 }
 
+// Reserves room for `add` more bytes; false when the result would pass the 32-bit size range.
+bool reserveFor(StringBuffer& out, uint64_t add) {
+    uint64_t total = uint64_t{out.getSize()} + add;
+    if (total > UINT32_MAX) return false;
+    out.str().reserve(static_cast<size_t>(total));
+    return true;
+}
+
 // Grows out by `add` bytes and returns where they start; null when the result would pass the
 // 32-bit size range.
 char* extend(StringBuffer& out, uint64_t add) {
@@ -76,13 +85,43 @@ char* extend(StringBuffer& out, uint64_t add) {
     return s.data() + old;
 }
 
+// The long encoders fill a small stack block and append it: a string resized up front would
+// first be zero-filled, doubling the memory traffic of outputs far larger than the caches.
+constexpr unsigned kBlock = 8192;
+
+// The eight hex digits of four bytes (first byte lowest, as a little-endian load gives them),
+// computed in one 64-bit word: each nibble is spread to a byte of its own, '0' is added, and
+// nibbles above 9 get the distance from '9' + 1 to the first letter.
+uint64_t hexDigits4(uint32_t w, unsigned letterGap) {
+    uint64_t x = w;
+    x = (x | (x << 16)) & 0x0000FFFF0000FFFFULL;
+    x = (x | (x << 8)) & 0x00FF00FF00FF00FFULL;
+    uint64_t nib = ((x >> 4) & 0x000F000F000F000FULL) | ((x & 0x000F000F000F000FULL) << 8);
+    uint64_t above9 = ((nib + 0x0606060606060606ULL) >> 4) & 0x0101010101010101ULL;
+    return nib + 0x3030303030303030ULL + above9 * letterGap;
+}
+
 bool encodeHex(const unsigned char* d, unsigned n, StringBuffer& out, bool lower) {
     static const PairTable upperPairs = makeHexPairs(kHexUpper);
     static const PairTable lowerPairs = makeHexPairs(kHexLower);
     const PairTable& t = lower ? lowerPairs : upperPairs;
-    char* w = extend(out, uint64_t{n} * 2);
-    if (!w) return false;
-    for (unsigned i = 0; i < n; ++i, w += 2) std::memcpy(w, &t[d[i]], 2);
+    if (!reserveFor(out, uint64_t{n} * 2)) return false;
+    char block[kBlock];
+    for (unsigned i = 0; i < n;) {
+        unsigned take = n - i < kBlock / 2 ? n - i : kBlock / 2;
+        unsigned k = 0;
+        if constexpr (std::endian::native == std::endian::little) {
+            for (; k + 4 <= take; k += 4) {
+                uint32_t w;
+                std::memcpy(&w, d + i + k, 4);
+                uint64_t digits = hexDigits4(w, lower ? 'a' - '9' - 1 : 'A' - '9' - 1);
+                std::memcpy(block + 2 * k, &digits, 8);
+            }
+        }
+        for (; k < take; ++k) std::memcpy(block + 2 * k, &t[d[i + k]], 2);
+        out.str().append(block, size_t{take} * 2);
+        i += take;
+    }
     return true;
 }
 
@@ -94,14 +133,22 @@ bool encodeBase64(const unsigned char* d, unsigned n, StringBuffer& out, bool ur
     unsigned full = n / 3, rest = n % 3;
     uint64_t len = uint64_t{full} * 4;
     if (rest) len += url ? rest + 1 : 4;
-    char* w = extend(out, len);
-    if (!w) return false;
-    for (unsigned i = 0; i < full; ++i, d += 3, w += 4) {
-        uint32_t v = (uint32_t{d[0]} << 16) | (uint32_t{d[1]} << 8) | d[2];
-        std::memcpy(w, &t[v >> 12], 2);
-        std::memcpy(w + 2, &t[v & 0xFFF], 2);
+    if (!reserveFor(out, len)) return false;
+    char block[kBlock];
+    for (unsigned i = 0; i < full;) {
+        unsigned take = full - i < kBlock / 4 ? full - i : kBlock / 4;
+        char* w = block;
+        for (unsigned k = 0; k < take; ++k, d += 3, w += 4) {
+            uint32_t v = (uint32_t{d[0]} << 16) | (uint32_t{d[1]} << 8) | d[2];
+            std::memcpy(w, &t[v >> 12], 2);
+            std::memcpy(w + 2, &t[v & 0xFFF], 2);
+        }
+        out.str().append(block, size_t{take} * 4);
+        i += take;
     }
     if (rest == 0) return true;
+    char* w = extend(out, len - uint64_t{full} * 4);
+    if (!w) return false;
     uint32_t v = uint32_t{d[0]} << 16;
     if (rest == 2) v |= uint32_t{d[1]} << 8;
     w[0] = alphabet[(v >> 18) & 63];
