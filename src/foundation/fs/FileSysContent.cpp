@@ -101,7 +101,10 @@ bool FileSys::writeFileUtf8(const char* path, const void* data, unsigned n, LogB
     // below), so its content is never readable by more users than the old file's was.
     mode_t mode = existed ? (old.st_mode & 07777) : 0666;
     size_t slash = target.rfind('/');
-    std::string prefix = "." + target.substr(slash == std::string::npos ? 0 : slash + 1) + ".";
+    // A hidden name beside the target: ".<name>.<random>.tmp".
+    std::string prefix(1, '.');
+    prefix.append(target, slash == std::string::npos ? 0 : slash + 1, std::string::npos);
+    prefix.push_back('.');
     std::string temp;
     int fd = fsi::createUniqueFile(dir, prefix, ".tmp", mode, temp);
     if (fd < 0) {
