@@ -10,7 +10,9 @@
 
 namespace {
 
-bool hasDot(const XString& s) { return s.view().find('.') != std::string_view::npos; }
+bool hasDot(const XString& s) {
+    return s.view().find('.') != std::string_view::npos;
+}
 
 void fileNameStep(const XString& path, XString& out) {
     out.clear();
