@@ -24,6 +24,9 @@ cmake --build "$build_dir" -j"$jobs" --target shortcut_fuzz
 mkdir -p "$corpus"
 cp -n tests/data/lnk/*.lnk "$corpus"/
 
+# The target writes each input to a scratch file; a RAM-backed directory makes that cheap.
+if [ -z "${FUZZ_TMPDIR:-}" ] && [ -d /dev/shm ] && [ -w /dev/shm ]; then FUZZ_TMPDIR=/dev/shm; fi
+export TMPDIR=${FUZZ_TMPDIR:-${TMPDIR:-/tmp}}
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 # -max_len covers the largest seed (68,608 bytes) and files just above the checker's

@@ -458,6 +458,25 @@ TEST_F(ShortcutSynthetic, LayoutBitsAreFollowed) {
     }
 }
 
+// The ID list ends at an item size of 0, or when the items have used up IDListSize (less
+// than 2 bytes left), also when an item claims more than is left.
+TEST_F(ShortcutSynthetic, IdListEndsByTerminatorOrBySize) {
+    const std::string item = le16(7) + "abcde";
+    const struct {
+        unsigned listSize;
+        std::string bytes;
+    } cases[] = {{9, item + le16(0)}, {7, item}, {8, item}, {3, item}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE("IDListSize " + std::to_string(c.listSize));
+        LnkBuilder b(kHasIdList | kHasLinkInfo | 0x4 | kIsUnicode);
+        b.raw(le16(c.listSize) + c.bytes).linkInfo(28).string(0, "n").terminal();
+        WalkResult r = walk(b.bytes());
+        EXPECT_TRUE(r.read);
+        EXPECT_TRUE(r.parseable);
+        EXPECT_EQ(r.fields[0], "n");
+    }
+}
+
 TEST_F(ShortcutSynthetic, AbsentStringsKeepTheCallersValues) {
     const unsigned flags = 0x1 | 0x2 | 0x4 | 0x10 | 0x20 | 0x80;
     LnkBuilder b(flags);
