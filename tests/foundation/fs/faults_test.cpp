@@ -151,6 +151,24 @@ TEST_F(FaultTest, FailedAtomicWriteKeepsOldContentAndLeavesNoTemporary) {
     EXPECT_EQ(readFile(p), fresh);
 }
 
+TEST_F(FaultTest, MoveAcrossDevicesCopiesThenRemoves) {
+    const std::string content = pattern(40000);
+    const std::string src = writeFile("src", content);
+    SysCallOverride o;
+    o.failNth(SysCallOverride::Rename, 1, EXDEV);
+    _ovLogger log;
+    ASSERT_TRUE(FileSys::moveFileX(XString(src.c_str()), XString(path("dst").c_str()), &log))
+        << log.text();
+    EXPECT_EQ(readFile(path("dst")), content);
+    EXPECT_EQ(names(), std::vector<std::string>{"dst"});
+
+    // A rename that fails for another reason is reported and moves nothing.
+    o.failNth(SysCallOverride::Rename, 1, EACCES);
+    EXPECT_FALSE(FileSys::moveFileX(XString(path("dst").c_str()), XString(src.c_str()), &log));
+    EXPECT_EQ(names(), std::vector<std::string>{"dst"});
+    EXPECT_EQ(log.entries().size(), 1u) << log.text();
+}
+
 TEST_F(FaultTest, ReadErrorsAreReportedNotHidden) {
     const std::string src = writeFile("src", pattern(5000));
     SysCallOverride o;

@@ -145,27 +145,6 @@ TEST_F(FileSysTest, CopyKeepsBytesAndPermissionsAndHonoursFailIfExists) {
     EXPECT_FALSE(FileSys::fileExistsUtf8(path("x").c_str(), unable, nullptr));
 }
 
-TEST_F(FileSysTest, MoveDeleteAndDirectories) {
-    writeFile("a", "A");
-    EXPECT_TRUE(FileSys::moveFileX(x(path("a")), x(path("b")), nullptr));
-    EXPECT_EQ(readFile(path("a")), "<missing>");
-    EXPECT_EQ(readFile(path("b")), "A");
-    _ovLogger log;
-    EXPECT_FALSE(FileSys::moveFileX(x(path("a")), x(path("c")), &log));
-    EXPECT_TRUE(log.hasErrors());
-
-    EXPECT_TRUE(FileSys::deleteFileUtf8(path("b").c_str(), nullptr));
-    EXPECT_FALSE(FileSys::deleteFileUtf8(path("b").c_str(), nullptr));
-
-    EXPECT_TRUE(FileSys::createDir(x(path("d")), nullptr));
-    EXPECT_FALSE(FileSys::createDir(x(path("d")), nullptr));
-    writeFile("d/f", "x");
-    EXPECT_FALSE(FileSys::deleteDir(x(path("d")), nullptr));  // not empty
-    EXPECT_TRUE(FileSys::deleteFileUtf8(path("d/f").c_str(), nullptr));
-    EXPECT_TRUE(FileSys::deleteDir(x(path("d")), nullptr));
-    EXPECT_EQ(type(path("d"), true), PathType::None);
-}
-
 TEST_F(FileSysTest, DeleteTreeRemovesLinksButNothingOutside) {
     // Outside the tree: a directory with a file, and a single file.
     ASSERT_EQ(mkdir(path("outside").c_str(), 0755), 0);
