@@ -154,6 +154,14 @@ TEST(DataBufferFind, FindsAtTheEdges) {
     EXPECT_EQ(DataBuffer::findBytes2(hay, 7, u(""), 0), nullptr);
     DataBuffer empty;
     EXPECT_EQ(empty.findBytes(u("a"), 1), nullptr);
+
+    // A pattern whose first byte is everywhere: the search must stay right after it gives up
+    // on skimming for that byte.
+    DataBuffer common = bufferOf(std::string(100000, 'x') + "xyx");
+    EXPECT_EQ(common.findBytes(u("xy"), 2), common.getData2() + 100000);
+    EXPECT_EQ(common.findBytes(u("xyz"), 3), nullptr);
+    EXPECT_EQ(common.replaceAllOccurances(u("xyx"), 3, u("#"), 1), 1);
+    EXPECT_EQ(str(common), std::string(100000, 'x') + "#");
 }
 
 TEST(DataBufferReplace, ReplacesLeftToRightWithoutRescanning) {
@@ -210,23 +218,24 @@ TEST(DataBufferReplace, LargeBufferAndPatternTakenFromTheBufferItself) {
 
 TEST(DataBufferReplace, MoreMatchesThanAreRemembered) {
     // Past some millions of matches the builder finds the rest again; the result must not
-    // show where that switch happened.
+    // show where that switch happened, whether it is built in new storage or in place.
     const unsigned n = 17'000'000;
-    DataBuffer db;
-    ASSERT_TRUE(db.ensureBuffer(n));
-    memset(db.getData2(), 'a', n);
-    db.setDataSize_CAUTION(n);
-    db.getData2()[n - 1] = 'z';
-    ASSERT_EQ(db.replaceAllOccurances(u("a"), 1, u("bc"), 2), static_cast<int>(n - 1));
-    ASSERT_EQ(db.getSize(), 2 * (n - 1) + 1);
-    const unsigned char* p = db.getData2();
-    for (unsigned off : {0u, (n - 2) / 2 * 2, 2 * (n - 2)}) {
-        SCOPED_TRACE(off);
-        EXPECT_EQ(std::string(reinterpret_cast<const char*>(p + off), 2), "bc");
+    for (unsigned spare : {0u, n}) {
+        SCOPED_TRACE(spare);
+        DataBuffer db;
+        ASSERT_TRUE(db.ensureBuffer(n + spare));
+        memset(db.getData2(), 'a', n);
+        db.setDataSize_CAUTION(n);
+        db.getData2()[n - 1] = 'z';
+        ASSERT_EQ(db.replaceAllOccurances(u("a"), 1, u("bc"), 2), static_cast<int>(n - 1));
+        ASSERT_EQ(db.getSize(), 2 * (n - 1) + 1);
+        const unsigned char* p = db.getData2();
+        EXPECT_EQ(p[db.getSize() - 1], 'z');
+        EXPECT_EQ(db.findBytes(u("cb"), 2) - p, 1);
+        EXPECT_EQ(db.findBytes(u("a"), 1), nullptr);
+        EXPECT_EQ(db.findBytes(u("bb"), 2), nullptr);
+        EXPECT_EQ(db.findBytes(u("cc"), 2), nullptr);
     }
-    EXPECT_EQ(p[db.getSize() - 1], 'z');
-    EXPECT_EQ(db.findBytes(u("cb"), 2) - p, 1);
-    EXPECT_EQ(db.findBytes(u("a"), 1), nullptr);
 }
 
 }  // namespace
