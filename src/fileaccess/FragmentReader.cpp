@@ -12,6 +12,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
@@ -25,12 +26,62 @@ constexpr unsigned kNotFound = ~0u;
 // The fragment buffer is kept between calls unless one long record made it bigger than this.
 constexpr unsigned kKeptFragmentCapacity = 1u << 20;
 
+// Byte search tuned for markers in text. Every marker byte pair (first, last) is tested for
+// 16 positions at once, and only positions where both agree are compared in full. Records
+// repeat their markers' prefixes every few dozen bytes ("<rec" before each "</rec>" ...), which
+// makes a general substring search crawl when a marker is absent from a whole chunk (as the
+// exact form of a tag marker usually is); this filter rarely stops there. Data full of
+// near-matches, where the filter would stop at almost every byte, is handed to the general
+// search, whose time is linear in any case.
+using Bytes16 = unsigned char __attribute__((vector_size(16)));
+
+Bytes16 load16(const unsigned char* p) {
+    Bytes16 v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+// True when some lane of a 16-lane comparison result is set.
+template <class Mask>
+bool anySet(Mask v) {
+    static_assert(sizeof(Mask) == 16);
+    uint64_t half[2];
+    std::memcpy(half, &v, sizeof half);
+    return (half[0] | half[1]) != 0;
+}
+
+unsigned viaMemmem(const unsigned char* hay, unsigned from, unsigned to,
+                   const unsigned char* needle, unsigned len) {
+    const unsigned char* hit = DataBuffer::findBytes2(hay + from, to - from, needle, len);
+    return hit ? static_cast<unsigned>(hit - hay) : kNotFound;
+}
+
 // First occurrence of needle starting in hay[from, to), or kNotFound.
 unsigned findIn(const unsigned char* hay, unsigned from, unsigned to, const DataBuffer& needle) {
-    if (from >= to) return kNotFound;
-    const unsigned char* hit =
-        DataBuffer::findBytes2(hay + from, to - from, needle.getData2(), needle.getSize());
-    return hit ? static_cast<unsigned>(hit - hay) : kNotFound;
+    const unsigned len = needle.getSize();
+    const unsigned char* pat = needle.getData2();
+    if (from >= to || len == 0 || to - from < len) return kNotFound;
+    if (len == 1) {
+        const void* hit = std::memchr(hay + from, pat[0], to - from);
+        return hit ? static_cast<unsigned>(static_cast<const unsigned char*>(hit) - hay)
+                   : kNotFound;
+    }
+    const Bytes16 first = Bytes16{} + pat[0];
+    const Bytes16 last = Bytes16{} + pat[len - 1];
+    // Full comparisons allowed before the rest goes to memmem: one per 16 bytes scanned.
+    unsigned budget = 64;
+    unsigned i = from;
+    for (; i + len - 1 + 16 <= to; i += 16) {
+        const auto both = (load16(hay + i) == first) & (load16(hay + i + len - 1) == last);
+        budget += 1;
+        if (!anySet(both)) continue;
+        for (unsigned k = 0; k < 16; ++k) {
+            if (!both[k]) continue;
+            if (std::memcmp(hay + i + k + 1, pat + 1, len - 2) == 0) return i + k;
+            if (--budget == 0) return viaMemmem(hay, i, to, pat, len);
+        }
+    }
+    return i + len <= to ? viaMemmem(hay, i, to, pat, len) : kNotFound;
 }
 
 // One chunk of the file: up to 65,536 bytes from `start`, fetched with positioned reads.

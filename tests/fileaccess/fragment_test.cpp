@@ -165,6 +165,9 @@ TEST_F(FragmentTest, MarkersAcrossChunkBoundaries) {
          "<rec>" + body + "</rec>"},
         // The end marker is sought from the byte after the begin marker's first byte.
         {"xabz", "xabz", "ab", "b", "ab"},
+        // Near-matches of both markers at every byte, across chunk seams.
+        {"near-matches", std::string(70001, 'a') + "a-aaa" + std::string(40000, 'a') + "a+a", "a-a",
+         "a+a", "a-aaa" + std::string(40000, 'a') + "a+a"},
     };
     int i = 0;
     for (const Case& c : cases) {
