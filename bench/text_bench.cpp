@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <random>
+#include <vector>
 
 #include "foundation/text/DataBuffer.h"
 #include "foundation/text/StringBuffer.h"
@@ -165,6 +166,22 @@ void BM_FreshGiB_DataBuffer(benchmark::State& state) {
     setBytes(state, kGiB);
 }
 
+// Growth by appending 1 MiB pieces up to 1 GiB, all fresh memory: what the storage policy
+// (geometric growth, storage reused by realloc where it can be) costs against one allocation.
+void BM_FreshGiB_AppendGrowth(benchmark::State& state) {
+    std::vector<unsigned char> piece(1 << 20, 7);
+    for (auto _ : state) {
+        DataBuffer db;
+        for (unsigned i = 0; i < 1024; ++i)
+            if (!db.append(piece.data(), static_cast<unsigned>(piece.size()))) {
+                state.SkipWithError("append failed");
+                break;
+            }
+        benchmark::DoNotOptimize(db.getData2());
+    }
+    setBytes(state, kGiB);
+}
+
 }  // namespace
 
 BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(1.0);
@@ -177,5 +194,7 @@ BENCHMARK(BM_EncodeHexFresh)->Unit(benchmark::kMillisecond)->UseRealTime()->Iter
 BENCHMARK(BM_EncodeBase64Fresh)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 BENCHMARK(BM_FreshGiB_Malloc)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 BENCHMARK(BM_FreshGiB_DataBuffer)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+
+BENCHMARK(BM_FreshGiB_AppendGrowth)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
 BENCHMARK_MAIN();

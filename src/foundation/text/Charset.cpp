@@ -134,7 +134,9 @@ bool _ovCharset::setByName(const char* name) {
     }
     if (int cp = patternCodePage(lower)) return setByCodePage(cp);
     // Any other name iconv knows; it reports a code page only when it names one of ours.
-    if (!converterExists(name)) return false;
+    // iconv's "//TRANSLIT" and "//IGNORE" suffixes would let conversions substitute or drop
+    // characters instead of failing, so names with a '/' are refused.
+    if (lower.find('/') != std::string::npos || !converterExists(name)) return false;
     m_codePage = 0;
     for (const CodePageEntry& e : kCodePages)
         if (lower == lowerAscii(e.iconvName)) m_codePage = e.codePage;

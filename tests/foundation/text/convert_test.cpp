@@ -51,6 +51,7 @@ TEST(Charset, NamesAndCodePages) {
     EXPECT_FALSE(cs.setByName("no-such-charset"));
     EXPECT_FALSE(cs.setByName(""));
     EXPECT_FALSE(cs.setByName(nullptr));
+    EXPECT_FALSE(cs.setByName("ISO-8859-1//TRANSLIT"));
     EXPECT_FALSE(cs.setByCodePage(12345));
     EXPECT_EQ(cs.getCodePage(), 1201);  // unchanged by the failures
     for (int cp : {874, 932, 936, 949, 950, 1250, 1258, 20127, 28591, 28606, 50220, 51932, 54936,
