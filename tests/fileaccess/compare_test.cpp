@@ -1,5 +1,6 @@
 // Comparing two files byte for byte: chunk boundaries, size shortcuts, failures to compare,
 // and files that change while they are compared.
+#include <cstdio>
 #include <filesystem>
 #include <string>
 
@@ -120,15 +121,15 @@ TEST_F(CompareTest, DifferentSizesAreToldApartWithoutOpeningEitherFile) {
 // Runs a hook before every read (read and pread alike) of the file layer.
 class ReadHook {
 public:
-    explicit ReadHook(void (*hook)(int call)) {
+    explicit ReadHook(void (*hook)(int call, int fd)) {
         s_hook = hook;
         s_calls = 0;
         sysCalls().read = [](int fd, void* p, size_t n) {
-            s_hook(s_calls++);
+            s_hook(s_calls++, fd);
             return realSysCalls().read(fd, p, n);
         };
         sysCalls().pread = [](int fd, void* p, size_t n, off_t off) {
-            s_hook(s_calls++);
+            s_hook(s_calls++, fd);
             return realSysCalls().pread(fd, p, n, off);
         };
     }
@@ -138,7 +139,7 @@ public:
     }
 
 private:
-    static inline void (*s_hook)(int) = nullptr;
+    static inline void (*s_hook)(int, int) = nullptr;
     static inline int s_calls = 0;
 };
 
@@ -149,15 +150,15 @@ std::string g_a, g_b;
 TEST_F(CompareTest, FilesChangingSizeDuringTheComparisonAreNotEqual) {
     struct Case {
         const char* what;
-        void (*hook)(int);
+        void (*hook)(int, int);
     } cases[] = {
         {"both cut to one chunk before the first read",
-         [](int call) {
+         [](int call, int) {
              if (call != 0) return;
              fs::resize_file(g_a, kChunk);
              fs::resize_file(g_b, kChunk);
          }},
-        {"second cut short", [](int call) { if (call == 0) fs::resize_file(g_b, kChunk); }},
+        {"second cut short", [](int call, int) { if (call == 0) fs::resize_file(g_b, kChunk); }},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -168,17 +169,39 @@ TEST_F(CompareTest, FilesChangingSizeDuringTheComparisonAreNotEqual) {
     }
 }
 
-TEST_F(CompareTest, GrowingIdenticallyIsStillNoticed) {
-    // Both files stay equal in content up to their old size but grow behind it: the answer
-    // would be about files that no longer exist in that form.
-    g_a = writeFile("a", patternBytes(3 * kChunk));
-    g_b = writeFile("b", patternBytes(3 * kChunk));
-    ReadHook hook([](int call) {
-        if (call != 0) return;
-        fs::resize_file(g_a, 5 * kChunk);
-        fs::resize_file(g_b, 6 * kChunk);
-    });
-    EXPECT_CALL_FAILS(fa, equal(g_a, g_b));
+int g_firstFd = -1;
+
+TEST_F(CompareTest, FilesGrowingDuringTheComparisonAreNotEqual) {
+    struct Case {
+        const char* what;
+        void (*hook)(int, int);
+    } cases[] = {
+        // Equal up to their old size, different behind it.
+        {"both grow before the first read",
+         [](int call, int) {
+             if (call != 0) return;
+             fs::resize_file(g_a, 5 * kChunk);
+             fs::resize_file(g_b, 6 * kChunk);
+         }},
+        // The first file may already have been read to its old end when it grows.
+        {"first grows once the second is being read",
+         [](int, int fd) {
+             if (g_firstFd < 0) g_firstFd = fd;
+             if (fd == g_firstFd || fs::file_size(g_a) != 3 * kChunk) return;
+             std::string more(kChunk, 'z');
+             FILE* f = std::fopen(g_a.c_str(), "ab");
+             std::fwrite(more.data(), 1, more.size(), f);
+             std::fclose(f);
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        g_a = writeFile("a", patternBytes(3 * kChunk));
+        g_b = writeFile("b", patternBytes(3 * kChunk));
+        g_firstFd = -1;
+        ReadHook hook(c.hook);
+        EXPECT_CALL_FAILS(fa, equal(g_a, g_b));
+    }
 }
 
 }  // namespace
