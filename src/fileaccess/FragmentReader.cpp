@@ -68,18 +68,43 @@ unsigned findIn(const unsigned char* hay, unsigned from, unsigned to, const Data
     }
     const Bytes16 first = Bytes16{} + pat[0];
     const Bytes16 last = Bytes16{} + pat[len - 1];
-    // Full comparisons allowed before the rest goes to memmem: one per 16 bytes scanned.
+    // Lanes of the 16 positions from p where the first and the last byte both agree.
+    auto pairs = [&](unsigned p) {
+        return (load16(hay + p) == first) & (load16(hay + p + len - 1) == last);
+    };
+    // Full comparisons allowed before the rest goes to the general search: one per 16 bytes
+    // scanned, after a start of 64.
     unsigned budget = 64;
-    unsigned i = from;
-    for (; i + len - 1 + 16 <= to; i += 16) {
-        const auto both = (load16(hay + i) == first) & (load16(hay + i + len - 1) == last);
+    constexpr unsigned kGiveUp = kNotFound - 1;
+    // The first match among the lanes of the block at p, kNotFound, or kGiveUp once the
+    // budget is spent.
+    auto verify = [&](unsigned p, auto lanes) {
         budget += 1;
-        if (!anySet(both)) continue;
+        if (!anySet(lanes)) return kNotFound;
         for (unsigned k = 0; k < 16; ++k) {
-            if (!both[k]) continue;
-            if (std::memcmp(hay + i + k + 1, pat + 1, len - 2) == 0) return i + k;
-            if (--budget == 0) return viaMemmem(hay, i, to, pat, len);
+            if (!lanes[k]) continue;
+            if (std::memcmp(hay + p + k + 1, pat + 1, len - 2) == 0) return p + k;
+            if (--budget == 0) return kGiveUp;
         }
+        return kNotFound;
+    };
+    unsigned i = from;
+    // Four blocks at a time while none holds a candidate.
+    for (; i + len - 1 + 64 <= to; i += 64) {
+        if (!anySet(pairs(i) | pairs(i + 16) | pairs(i + 32) | pairs(i + 48))) {
+            budget += 4;
+            continue;
+        }
+        for (unsigned b = i; b < i + 64; b += 16) {
+            const unsigned at = verify(b, pairs(b));
+            if (at == kGiveUp) return viaMemmem(hay, b, to, pat, len);
+            if (at != kNotFound) return at;
+        }
+    }
+    for (; i + len - 1 + 16 <= to; i += 16) {
+        const unsigned at = verify(i, pairs(i));
+        if (at == kGiveUp) return viaMemmem(hay, i, to, pat, len);
+        if (at != kNotFound) return at;
     }
     return i + len <= to ? viaMemmem(hay, i, to, pat, len) : kNotFound;
 }
