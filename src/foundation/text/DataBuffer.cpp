@@ -1,9 +1,11 @@
 // Storage, search, replacement and parsing of DataBuffer.
 //
-// Storage comes from malloc/realloc for small blocks. Blocks of 2 MiB and more are 2 MiB-aligned
-// and advised for transparent huge pages: first-touch faults on 4 KiB pages cost far more than
-// the copy the buffer is usually filled with, and one huge-page fault replaces 512 of them.
-// Everything is released with free(), so storage can move between buffers with swap().
+// Storage comes from malloc/realloc for small blocks. Blocks of 2 MiB and more are mapped
+// directly, 2 MiB-aligned and advised for transparent huge pages: first-touch faults on 4 KiB
+// pages cost far more than the copy the buffer is usually filled with, and one huge-page fault
+// replaces 512 of them. Large blocks grow by remapping their pages, never by copying them into
+// fresh memory where the system can remap. The capacity tells how a block was obtained, so
+// storage moves freely between buffers with swap().
 #include "foundation/text/DataBuffer.h"
 
 #include <sys/mman.h>
@@ -34,27 +36,86 @@ void adviseHugePages(void* p, size_t n) {
 #endif
 }
 
-// Fresh storage of n bytes (n > 0), or null.
-unsigned char* allocStorage(size_t n) {
-    if (n < kHugeBlock) return static_cast<unsigned char*>(std::malloc(n));
-    // Whole huge pages, aligned, so that every page of the block can be a huge one.
-    size_t rounded = (n + kHugeBlock - 1) & ~(kHugeBlock - 1);
-    void* p = nullptr;
-    if (posix_memalign(&p, kHugeBlock, rounded) != 0) return nullptr;
-    adviseHugePages(p, rounded);
-    return static_cast<unsigned char*>(p);
+// Storage of a capacity this large is mapped by us (whole, aligned huge pages); smaller
+// storage comes from malloc. The capacity alone tells which, so nothing else is recorded.
+bool isMapped(uint64_t capacity) {
+    return capacity >= kHugeBlock;
+}
+size_t mappedLength(uint64_t capacity) {
+    return static_cast<size_t>((capacity + kHugeBlock - 1) & ~uint64_t{kHugeBlock - 1});
 }
 
-// Storage of n bytes holding the first `used` bytes of old; null (old kept) on failure.
-// Small blocks use realloc. Large ones move into a fresh aligned block: letting realloc remap
-// them was measured slower, as the remapped huge pages land misaligned and are split.
-unsigned char* growStorage(unsigned char* old, size_t used, size_t n) {
+// A fresh anonymous mapping of len bytes (a multiple of 2 MiB) starting on a 2 MiB boundary,
+// so that every page of it can be a huge page; null when it cannot be had.
+void* mapAligned(size_t len) {
+    void* raw =
+        mmap(nullptr, len + kHugeBlock, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (raw == MAP_FAILED) return nullptr;
+    uintptr_t start = reinterpret_cast<uintptr_t>(raw);
+    uintptr_t aligned = (start + kHugeBlock - 1) & ~uintptr_t{kHugeBlock - 1};
+    if (aligned > start) munmap(raw, aligned - start);
+    size_t tail = (start + len + kHugeBlock) - (aligned + len);
+    if (tail) munmap(reinterpret_cast<void*>(aligned + len), tail);
+    void* p = reinterpret_cast<void*>(aligned);
+    adviseHugePages(p, len);
+    return p;
+}
+
+void freeStorage(unsigned char* p, uint64_t capacity) {
+    if (!p) return;
+    if (isMapped(capacity)) {
+        munmap(p, mappedLength(capacity));
+    } else {
+        std::free(p);
+    }
+}
+
+// Fresh storage for a capacity of n bytes (n > 0), or null.
+unsigned char* allocStorage(uint64_t n) {
+    if (!isMapped(n)) return static_cast<unsigned char*>(std::malloc(static_cast<size_t>(n)));
+    return static_cast<unsigned char*>(mapAligned(mappedLength(n)));
+}
+
+// Moves a mapping to a larger one without copying: first by extending it where it lies, then
+// by moving its pages to a fresh aligned range (huge pages move whole). Null when the system
+// cannot do either.
+unsigned char* remapLarger(unsigned char* old, size_t oldLen, size_t newLen) {
+#if defined(MREMAP_MAYMOVE) && defined(MREMAP_FIXED)
+    if (mremap(old, oldLen, newLen, 0) != MAP_FAILED) {
+        adviseHugePages(old, newLen);
+        return old;
+    }
+    void* target = mapAligned(newLen);
+    if (!target) return nullptr;
+    void* moved = mremap(old, oldLen, newLen, MREMAP_MAYMOVE | MREMAP_FIXED, target);
+    if (moved != MAP_FAILED) {
+        adviseHugePages(moved, newLen);
+        return static_cast<unsigned char*>(moved);
+    }
+    munmap(target, newLen);
+#else
+    (void)old;
+    (void)oldLen;
+    (void)newLen;
+#endif
+    return nullptr;
+}
+
+// Storage for capacity n holding the first `used` bytes of old (capacity oldCap); null (old
+// kept) on failure. Growth reuses what it can: realloc for small blocks, remapped pages for
+// large ones, and a copy only where neither applies.
+unsigned char* growStorage(unsigned char* old, uint64_t oldCap, size_t used, uint64_t n) {
     if (!old) return allocStorage(n);
-    if (n < kHugeBlock) return static_cast<unsigned char*>(std::realloc(old, n));
+    if (!isMapped(n)) return static_cast<unsigned char*>(std::realloc(old, static_cast<size_t>(n)));
+    if (isMapped(oldCap)) {
+        size_t oldLen = mappedLength(oldCap), newLen = mappedLength(n);
+        if (newLen == oldLen) return old;
+        if (unsigned char* p = remapLarger(old, oldLen, newLen)) return p;
+    }
     unsigned char* p = allocStorage(n);
     if (!p) return nullptr;
     if (used) std::memcpy(p, old, used);
-    std::free(old);
+    freeStorage(old, oldCap);
     return p;
 }
 
@@ -246,6 +307,10 @@ int replaceGrowing(DataBuffer& buf, const unsigned char* find, unsigned findLeng
     if (count == 0) return 0;
     uint64_t newSize = buf.getSize() + count * (replLength - findLength);
     if (newSize > kMaxSize || count > INT_MAX) return -1;
+    // Extending the storage keeps the pages already written, so only the growth is fresh
+    // memory; building into a new block would fault in every page of the result.
+    if (allRemembered && buf.getCapacity() >= kHugeBlock && newSize > buf.getCapacity())
+        buf.extendStorage64(newSize);
     if (newSize <= buf.getCapacity() && allRemembered) {
         buildFromBack(buf.getData2(), buf.getSize(), hits, findLength, repl, replLength, newSize);
         buf.setDataSize_CAUTION(static_cast<unsigned>(newSize));
@@ -287,11 +352,11 @@ DataBuffer& DataBuffer::operator=(DataBuffer&& other) noexcept {
 }
 
 DataBuffer::~DataBuffer() {
-    std::free(m_data);
+    freeStorage(m_data, m_capacity);
 }
 
 void DataBuffer::releaseStorage() {
-    std::free(m_data);
+    freeStorage(m_data, m_capacity);
     m_data = nullptr;
     m_size = 0;
     m_capacity = 0;
@@ -319,15 +384,25 @@ bool DataBuffer::ensureBuffer64(uint64_t capacity) {
     if (capacity > kMaxSize) return false;
     if (capacity <= m_capacity && (m_data || capacity == 0)) return true;
     uint64_t cap = grownCapacity(m_capacity, capacity);
-    unsigned char* p = growStorage(m_data, m_size, cap);
+    unsigned char* p = growStorage(m_data, m_capacity, m_size, cap);
     if (!p && cap > capacity) {
         // The geometric reserve may be what does not fit; try the exact amount.
         cap = capacity;
-        p = growStorage(m_data, m_size, cap);
+        p = growStorage(m_data, m_capacity, m_size, cap);
     }
     if (!p) return false;
     m_data = p;
     m_capacity = static_cast<unsigned>(cap);
+    return true;
+}
+
+bool DataBuffer::extendStorage64(uint64_t capacity) {
+    if (capacity > kMaxSize) return false;
+    if (capacity <= m_capacity && (m_data || capacity == 0)) return true;
+    unsigned char* p = growStorage(m_data, m_capacity, m_size, capacity);
+    if (!p) return false;
+    m_data = p;
+    m_capacity = static_cast<unsigned>(capacity);
     return true;
 }
 

@@ -12,7 +12,7 @@ class LogBase;
 class StringBuffer;
 
 class DataBuffer {
-public:
+  public:
     DataBuffer() = default;
     DataBuffer(const DataBuffer& other);
     DataBuffer& operator=(const DataBuffer& other);
@@ -40,6 +40,10 @@ public:
     bool ensureBuffer(unsigned capacity);
     // As ensureBuffer, for totals computed in 64 bits: false beyond 4,294,967,295.
     bool ensureBuffer64(uint64_t capacity);
+    // As ensureBuffer64 but for exactly `capacity`, extending the present storage where the
+    // allocator can (for large blocks it remaps pages rather than copying them) instead of
+    // moving to fresh, aligned storage. For one-off growth of a large buffer in place.
+    bool extendStorage64(uint64_t capacity);
     // The size becomes n (clamped to the capacity); the bytes are not touched.
     void setDataSize_CAUTION(unsigned n);
 
@@ -98,7 +102,7 @@ public:
     // read a file straight into its final storage).
     void swap(DataBuffer& other) noexcept;
 
-private:
+  private:
     // True when [p, p + n) lies at least partly in this buffer's storage.
     bool overlapsStorage(const void* p, unsigned n) const;
 

@@ -57,6 +57,33 @@ TEST(DataBufferStorage, GrowsKeepsBytesAndRefusesBeyond32Bits) {
     EXPECT_EQ(db.getSize(), 0u);
 }
 
+TEST(DataBufferStorage, LargeBlocksKeepTheirBytesAcrossGrowthAndSwap) {
+    // Pieces of 1 MiB, each filled with its own number, appended past several growth steps of
+    // the large-block storage (which moves pages rather than copying them).
+    const unsigned piece = 1u << 20;
+    std::string bytes(piece, '\0');
+    DataBuffer db;
+    for (unsigned i = 0; i < 40; ++i) {
+        bytes.assign(piece, static_cast<char>(i + 1));
+        ASSERT_TRUE(db.append(bytes.data(), piece));
+    }
+    DataBuffer other = bufferOf("small");
+    other.swap(db);
+    ASSERT_EQ(other.getSize(), 40 * piece);
+    EXPECT_EQ(str(db), "small");
+    ASSERT_TRUE(other.ensureBuffer(64u << 20));
+    for (unsigned i = 0; i < 40; ++i) {
+        SCOPED_TRACE(i);
+        const unsigned char* p = other.getData2() + size_t{i} * piece;
+        ASSERT_EQ(p[0], i + 1);
+        ASSERT_EQ(p[piece - 1], i + 1);
+        ASSERT_EQ(memchr(p, static_cast<int>(i + 2), piece), nullptr);
+    }
+    other.releaseStorage();
+    EXPECT_EQ(other.getCapacity(), 0u);
+    EXPECT_EQ(other.getData2(), nullptr);
+}
+
 TEST(DataBufferStorage, RangesChunksAndShortening) {
     DataBuffer src = bufferOf("hello world");
     DataBuffer out;
