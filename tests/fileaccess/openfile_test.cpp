@@ -265,6 +265,30 @@ TEST_F(OpenFileTest, FileOpenIsUnsupportedAndResetsTheCurrentFile) {
     }
 }
 
+// The fragment reader resumes where its last fragment ended, across plain reads and seeks,
+// until the next open attempt starts it again from the top.
+TEST_F(OpenFileTest, EveryOpenRestartsTheFragmentScan) {
+    XString p(writeFile("frags.txt", "[1][2][3]").c_str());
+    XString begin("["), end("]"), utf8("utf-8");
+    auto nextFragment = [&] {
+        ClsStringBuilder sb;
+        const int found = fa.ReadNextFragment(false, begin, end, utf8, sb);
+        return std::to_string(found) + sb.m_str.getUtf8();
+    };
+    ASSERT_CALL_OK(fa, fa.OpenForRead(p));
+    EXPECT_EQ(nextFragment(), "1[1]");
+    DataBuffer out;
+    ASSERT_CALL_OK(fa, fa.FileRead(7, out));
+    EXPECT_EQ(nextFragment(), "1[2]");
+
+    ASSERT_CALL_OK(fa, fa.OpenForRead(p));
+    EXPECT_EQ(nextFragment(), "1[1]");
+    ASSERT_CALL_OK(fa, fa.OpenForReadWrite(p));
+    EXPECT_EQ(nextFragment(), "1[1]");
+    EXPECT_EQ(nextFragment(), "1[2]");
+    EXPECT_EQ(nextFragment(), "1[3]");
+}
+
 // A lock taken at open belongs to that open: changing the property later affects only the
 // next open. Two objects in one process contend like two processes would.
 TEST_F(OpenFileTest, LockFileOnOpenAppliesFromTheNextOpen) {
