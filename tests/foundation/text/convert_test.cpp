@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "foundation/base/LogBase.h"
+#include "foundation/text/Convert.h"
 #include "foundation/text/XString.h"
 
 namespace {
@@ -135,6 +138,46 @@ TEST(Convert, UnrepresentableTextAndInvalidBytesFail) {
     EXPECT_TRUE(x.equalsUtf8("same"));
     ASSERT_TRUE(x.setFromDb_cp(1200, bufferOf(std::string("h\0i\0", 4)), nullptr));
     EXPECT_TRUE(x.equalsUtf8("hi"));
+}
+
+TEST(Convert, ArbitraryBytesDecodeToValidTextOrFail) {
+    // Whatever the bytes, decoding either fails and leaves the text alone or gives well-formed
+    // UTF-8; for the Unicode forms that text also encodes back to the very same bytes.
+    std::mt19937 rng(11);
+    for (const char* charset : {"utf-8", "utf-16le", "utf-32be", "shift_jis", "gb18030"}) {
+        SCOPED_TRACE(charset);
+        bool unicode = std::string(charset).rfind("utf", 0) == 0;
+        int decoded = 0;
+        for (int round = 0; round < 300; ++round) {
+            std::string bytes;
+            size_t len = rng() % 12;
+            // Mostly ASCII so that some inputs are valid; the rest anything.
+            for (size_t i = 0; i < len; ++i)
+                bytes.push_back(static_cast<char>(rng() % 3 ? rng() % 0x80 : rng() % 0x100));
+            XString x("prior");
+            if (!x.setFromEncoding(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                   static_cast<unsigned>(bytes.size()), charset)) {
+                EXPECT_TRUE(x.equalsUtf8("prior"));
+                continue;
+            }
+            ++decoded;
+            EXPECT_TRUE(
+                isValidUtf8(reinterpret_cast<const unsigned char*>(x.getUtf8()), x.getSizeUtf8()));
+            DataBuffer back;
+            EXPECT_TRUE(x.getConverted(charset, back));
+            // A leading mark is dropped when decoding, so those bytes do not come back.
+            _ovCharset cs;
+            cs.setByName(charset);
+            unsigned markLen = 0;
+            const unsigned char* mark = preambleOf(cs.getCodePage(), markLen);
+            bool hadMark =
+                mark && bytes.size() >= markLen && std::memcmp(bytes.data(), mark, markLen) == 0;
+            if (unicode && !hadMark) {
+                EXPECT_EQ(str(back), bytes);
+            }
+        }
+        EXPECT_GT(decoded, 0);
+    }
 }
 
 TEST(Convert, PreamblesWrittenAndDropped) {
