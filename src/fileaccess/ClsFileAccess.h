@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 
 #include "fileaccess/ShortcutInfo.h"
 #include "foundation/base/ClsBase.h"
@@ -152,6 +153,11 @@ private:
     // many small records allocates nothing per record.
     DataBuffer m_scanChunk;
     DataBuffer m_scanFragment;
+    // The markers as the last call converted them, and the charset and texts they came from
+    // (joined with NULs), reused while the same ones come again.
+    std::string m_scanMarkerKey;
+    DataBuffer m_scanBeginBytes;
+    DataBuffer m_scanEndBytes;
 
     // The three flags read by lock-free accessors are atomics (relaxed): a reader on another
     // thread sees either the old or the new value, never a torn one. Everything else is

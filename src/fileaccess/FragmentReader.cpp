@@ -13,6 +13,8 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
@@ -461,15 +463,23 @@ int ClsFileAccess::readNextFragment(bool startAtBeginning, XString& beginMarker,
         return -1;
     }
     const char* cs = charset.getUtf8();
-    DataBuffer beginBytes, endBytes;
-    if (!beginMarker.getConverted(cs, beginBytes)) {
-        m_log.LogError("Failed to convert beginMarker to desired charset.");
-        return -1;
+    // Conversions are deterministic: a scan that passes the same markers call after call
+    // converts them once.
+    std::string key = std::string(cs) + '\0' + beginMarker.getUtf8() + '\0' + endMarker.getUtf8();
+    if (key != m_scanMarkerKey) {
+        m_scanMarkerKey.clear();
+        if (!beginMarker.getConverted(cs, m_scanBeginBytes)) {
+            m_log.LogError("Failed to convert beginMarker to desired charset.");
+            return -1;
+        }
+        if (!endMarker.getConverted(cs, m_scanEndBytes)) {
+            m_log.LogError("Failed to convert endMarker to desired charset.");
+            return -1;
+        }
+        m_scanMarkerKey = std::move(key);
     }
-    if (!endMarker.getConverted(cs, endBytes)) {
-        m_log.LogError("Failed to convert endMarker to desired charset.");
-        return -1;
-    }
+    const DataBuffer& beginBytes = m_scanBeginBytes;
+    const DataBuffer& endBytes = m_scanEndBytes;
     if (verbose) {
         m_log.LogDataLong("beginMarkerLen", static_cast<long>(beginBytes.getSize()));
         m_log.LogDataLong("endMarkerLen", static_cast<long>(endBytes.getSize()));

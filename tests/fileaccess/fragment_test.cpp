@@ -231,6 +231,12 @@ TEST_F(FragmentTest, Utf16MarkersMatchTagsWithAttributes) {
     openWith(big, "be.txt");
     EXPECT_EQ(next("<a>", "</a>", out, false, "utf-16be"), 1) << lastLog(fa);
     EXPECT_EQ(out, "<a x>y</a>");
+
+    // The same marker texts in another charset are other bytes.
+    openWith("<a>8</a>", "utf8.txt");
+    EXPECT_EQ(next("<a>", "</a>", out, false, "utf-16"), 0);
+    EXPECT_EQ(next("<a>", "</a>", out, false, "utf-8"), 1);
+    EXPECT_EQ(out, "<a>8</a>");
 }
 
 TEST_F(FragmentTest, RefusedCallsAppendNothingAndKeepTheOffset) {
