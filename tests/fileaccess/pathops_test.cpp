@@ -183,10 +183,12 @@ TEST_F(PathOpsTest, DirectoryOperationsRejectBadPaths) {
         EXPECT_CALL_FAILS(fa, fa.DirCreate(d));
         EXPECT_TRUE(fa.lastErrorLog().hasErrors());
     }
-    // The path goes to the layer unchanged: an empty one names no directory to create.
+    // An empty path names no directory to create.
     XString empty;
     EXPECT_CALL_FAILS(fa, fa.DirCreate(empty));
     EXPECT_TRUE(fa.lastErrorLog().hasErrors());
+    EXPECT_CALL_FAILS(fa, fa.DirEnsureExists(empty));
+    EXPECT_CALL_FAILS(fa, fa.DirAutoCreate(empty));
     XString through = X(path("plain.txt/sub/file.txt"));
     EXPECT_CALL_FAILS(fa, fa.DirAutoCreate(through));
     EXPECT_EQ(log.lastLine(), "Failed.");

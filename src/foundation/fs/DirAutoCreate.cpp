@@ -28,8 +28,12 @@ bool makeOne(const std::string& dir, LogBase& log) {
 
 bool DirAutoCreate::ensureDirUtf8(const char* dir, LogBase& log) {
     std::string path = dir ? dir : "";
+    if (path.empty()) {
+        fsi::logFailure(&log, "mkdir", "", "the directory path is empty");
+        return false;
+    }
     while (path.size() > 1 && path.back() == '/') path.pop_back();
-    if (path.empty() || isDir(path.c_str())) return true;
+    if (isDir(path.c_str())) return true;
     // Each prefix that ends before a '/', from the top down; existing ones are passed over.
     for (size_t pos = path.find('/', 1); pos != std::string::npos; pos = path.find('/', pos + 1)) {
         if (path[pos - 1] == '/') continue;  // "a//b": the empty part is no directory
@@ -41,6 +45,10 @@ bool DirAutoCreate::ensureDirUtf8(const char* dir, LogBase& log) {
 bool DirAutoCreate::ensureFileUtf8(const char* file, StringBuffer& scratch, LogBase& log) {
     scratch.clear();
     scratch.append(file);
+    if (scratch.isEmpty()) {
+        fsi::logFailure(&log, "mkdir", "", "the file path is empty");
+        return false;
+    }
     const std::string& s = scratch.str();
     size_t slash = s.rfind('/');
     // A bare name lies in the current directory, and "/name" in the root: nothing to make.
