@@ -88,8 +88,29 @@ bool FileSys::writeFileUtf8(const char* path, const DataBuffer& data, LogBase* l
     return writeFileUtf8(path, data.getData2(), data.getSize(), log);
 }
 
+// Follows a chain of symbolic links to the path they finally name, so that a whole-file write
+// replaces the file a link points at and leaves the link itself in place. Stops after 40
+// links (the kernel's own limit), at the first path that is no link, or when a link cannot be
+// read; whatever it stopped at is the path written.
+static std::string followLinks(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat st;
+        if (sysCalls().lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) break;
+        char buf[4096];
+        ssize_t len = sysCalls().readlink(path.c_str(), buf, sizeof buf);
+        if (len <= 0 || static_cast<size_t>(len) >= sizeof buf) break;
+        std::string next(buf, static_cast<size_t>(len));
+        if (next[0] != '/') {
+            std::string dir = fsi::parentDirOf(path);
+            next = (dir.empty() || dir == ".") ? next : dir + "/" + next;
+        }
+        path = next;
+    }
+    return path;
+}
+
 bool FileSys::writeFileUtf8(const char* path, const void* data, unsigned n, LogBase* log) {
-    std::string target = orEmpty(path);
+    std::string target = followLinks(orEmpty(path));
     std::string dir = fsi::parentDirOf(target);
     struct stat old;
     bool existed = sysCalls().stat(target.c_str(), &old) == 0;

@@ -239,6 +239,15 @@ TEST_F(FileSysTest, WholeFileWriteAndRead) {
     EXPECT_EQ(readFile(path("saved")), "kept");
     // Only the two files remain: no temporary left behind.
     EXPECT_EQ(dirEntries(), (std::vector<std::string>{"saved", "whole"}));
+
+    // Through a chain of two links (one relative) the file pointed at is replaced and the
+    // links stay links.
+    ASSERT_EQ(symlink("whole", path("rel").c_str()), 0);
+    ASSERT_EQ(symlink(path("rel").c_str(), path("abs").c_str()), 0);
+    ASSERT_TRUE(FileSys::writeFileUtf8(path("abs").c_str(), "via link", 8, &log)) << log.text();
+    EXPECT_EQ(readFile(p), "via link");
+    EXPECT_EQ(type(path("abs"), true), PathType::Symlink);
+    EXPECT_EQ(type(path("rel"), true), PathType::Symlink);
 }
 
 TEST_F(FileSysTest, TimeStampsSetAndReadBack) {
