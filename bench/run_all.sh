@@ -70,16 +70,20 @@ rows_from_readwrite() {
     }'
 }
 
-# Google Benchmark CSV (aggregates only): the median of each case against its peer case.
+# Google Benchmark console output (aggregates only): the median of each case against its peer
+# case. (The CSV reporter refuses programs whose cases set different counters.)
 rows_from_gbench() {
-    awk -F, '
+    awk '
     function isPeer(n) { return n ~ /Memcpy|Malloc|Peer|Floor|Grep|_Dd|Xmllint/ }
     function unit(u) { return u == "ns" ? 1e-9 : u == "us" ? 1e-6 : u == "ms" ? 1e-3 : 1 }
     function shared(a, b,   i) { for (i = 1; i <= length(a) && substr(a, i, 1) == substr(b, i, 1); i++); return i }
-    $1 ~ /_median"?$/ {
-        name = $1; gsub(/"/, "", name); sub(/_median$/, "", name)
-        secs[name] = $3 * unit($5); order[++n] = name
+    # BM_X/1024/min_time:1.000/real_time_median -> BM_X/1024
+    function short(n,   k, parts, out, i) {
+        sub(/_median$/, "", n); k = split(n, parts, "/"); out = parts[1]
+        for (i = 2; i <= k; i++) if (parts[i] !~ /:|^real_time$|^manual_time$/) out = out "/" parts[i]
+        return out
     }
+    $1 ~ /_median$/ && NF >= 3 { name = short($1); secs[name] = $2 * unit($3); order[++n] = name }
     END {
         for (i = 1; i <= n; i++) {
             a = order[i]; if (isPeer(a)) continue
@@ -87,10 +91,10 @@ rows_from_gbench() {
             for (j = 1; j <= n; j++) if (isPeer(order[j]) && shared(a, order[j]) > bestLen) {
                 best = order[j]; bestLen = shared(a, order[j])
             }
-            if (best != "") print "ROW", a, secs[a], best, secs[best], "median"
-            else print "ROW", a, secs[a], "-", "0", "median"
+            if (best != "") print "ROW", a, secs[a], best, secs[best], "median_of_" reps
+            else print "ROW", a, secs[a], "-", "0", "median_of_" reps
         }
-    }'
+    }' reps="$reps"
 }
 
 run_bench() {  # name, adapter, command...
@@ -117,7 +121,7 @@ for src in "$root"/bench/*_bench.cpp "$root"/bench/*_bench.sh; do
         *.cpp)
             [ -e "$root/bench/$name.sh" ] && continue  # its script drives it
             if grep -q 'BENCHMARK(' "$src"; then
-                run_bench "$name" rows_from_gbench "$bindir/$name" --benchmark_format=csv \
+                run_bench "$name" rows_from_gbench "$bindir/$name" --benchmark_format=console --benchmark_color=false \
                     --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true
             else
                 run_bench "$name" rows_from_report "$bindir/$name"
@@ -132,8 +136,8 @@ echo "ratio = peer time / our time: above 1 means the library is faster."
 awk '{
     ours = $3 + 0; peer = $5 + 0
     ratio = (ours > 0 && peer > 0) ? sprintf("%.2f", peer / ours) : "-"
-    printf "%-44s %9.4f s   %-26s %9.4f s   %6s   %s\n", $2, ours, $4, peer, ratio, ($6 == "" ? "" : $6)
+    printf "%-56s %9.4f s   %-26s %9.4f s   %6s   %s\n", $2, ours, $4, peer, ratio, ($6 == "" ? "" : $6)
 }' "$rows" | tr '_' ' ' | sed '1i\
-benchmark                                      ours                 peer                             peer       ratio    measured'
+benchmark                                                  ours                 peer                             peer       ratio    measured'
 echo
 echo "whole suite: $(($(date +%s) - start)) s; raw output in $logs"
