@@ -5,7 +5,7 @@
 #
 #   bench/algos_bench.sh [workdir]      (default: a fresh directory under /tmp)
 #
-# Needs about 6 GiB of free disk space in workdir. Builds the library (Release) into
+# Figures are the best of RUNS runs (default 3). Needs about 6 GiB of free disk space in workdir. Builds the library (Release) into
 # build-algos-bench beside this directory.
 set -euo pipefail
 
@@ -31,6 +31,19 @@ timed() {
     echo "$t1 - $t0" | bc -l
 }
 warm() { cat "$@" >/dev/null; }
+# Each figure is the best of $runs runs; before each run "$prep" is evaluated, dirty pages are
+# written back and the inputs are read into the page cache, so no run pays for the
+# write-back of an earlier one.
+runs=${RUNS:-3}
+settle() { eval "$prep"; sync; warm "${inputs[@]}"; }
+min() { sort -g | head -1; }
+bestLib() {  # key, library command...
+    local key=$1; shift
+    for _ in $(seq "$runs"); do settle; "$@" | libtime "$key"; done | min
+}
+bestTool() {
+    for _ in $(seq "$runs"); do settle; timed "$@"; done | min
+}
 report() {  # name, library seconds, tool name, tool seconds
     awk -v n="$1" -v l="$2" -v t="$3" -v p="$4" \
         'BEGIN { printf "%-34s library %7.3f s   %-22s %7.3f s   ratio %5.2f\n", n, l, t, p, p / l }'
@@ -53,40 +66,35 @@ with open(sys.argv[1], "w") as f:
 EOF
 
 # Split into 100 MiB parts and join them again.
-mkdir -p "$work/lib_parts" "$work/tool_parts"
-warm "$work/big"
-out=$("$bench" split-join "$work/big" "$work/lib_parts" "$work/lib_joined")
-lib=$(echo "$out" | libtime split-join)
-cmp -s "$work/big" "$work/lib_joined" || { echo "joined file differs"; exit 1; }
-rm -f "$work/lib_joined"
-warm "$work/big"
-tool=$(timed bash -c "cd '$work/tool_parts' && split -b 100M '$work/big' part &&
-                      cat part* > '$work/tool_joined'")
+inputs=("$work/big")
+prep='rm -rf "$work/lib_parts" "$work/tool_parts" "$work/joined"; mkdir "$work/lib_parts" "$work/tool_parts"'
+lib=$(bestLib split-join "$bench" split-join "$work/big" "$work/lib_parts" "$work/joined")
+cmp -s "$work/big" "$work/joined" || { echo "joined file differs"; exit 1; }
+tool=$(bestTool bash -c "cd '$work/tool_parts' && split -b 100M '$work/big' part &&
+                          cat part* > '$work/joined'")
 report "SplitFile+ReassembleFile 1 GiB" "$lib" "split -b 100M + cat" "$tool"
-echo "   ($(echo "$out" | tr '\n' ' '))"
-rm -rf "$work/lib_parts" "$work/tool_parts" "$work/tool_joined"
+eval "$prep"
+rm -rf "$work/lib_parts" "$work/tool_parts"
 
 # Compare two equal files, then two of different sizes.
-warm "$work/big" "$work/big2"
-lib=$("$bench" compare "$work/big" "$work/big2" | libtime compare)
-warm "$work/big" "$work/big2"
-tool=$(timed cmp "$work/big" "$work/big2")
+inputs=("$work/big" "$work/big2")
+prep=:
+lib=$(bestLib compare "$bench" compare "$work/big" "$work/big2")
+tool=$(bestTool cmp "$work/big" "$work/big2")
 report "FileContentsEqual 1 GiB equal" "$lib" "cmp" "$tool"
-lib=$("$bench" compare "$work/big" "$work/big_plus1" | libtime compare)
-tool=$(timed bash -c "cmp '$work/big' '$work/big_plus1' || true")
+lib=$(bestLib compare "$bench" compare "$work/big" "$work/big_plus1")
+tool=$(bestTool bash -c "cmp '$work/big' '$work/big_plus1' 2>/dev/null || true")
 report "FileContentsEqual sizes differ" "$lib" "cmp" "$tool"
-rm -f "$work/big2" "$work/big_plus1"
 
-# Replace a 6-byte string about 1,000,000 times in 256 MiB.
-cp "$work/text" "$work/text_lib"
-cp "$work/text" "$work/text_tool"
-warm "$work/text_lib" "$work/text_tool"
-out=$("$bench" replace "$work/text_lib" NEEDLE PINPIN)
-lib=$(echo "$out" | libtime replace)
-tool=$(timed sed -i 's/NEEDLE/PINPIN/g' "$work/text_tool")
-cmp -s "$work/text_lib" "$work/text_tool" || { echo "replaced files differ"; exit 1; }
+# Replace a 6-byte string about 1,000,000 times in 256 MiB, each run on a fresh copy.
+inputs=("$work/text")
+prep='cp "$work/text" "$work/text_copy"'
+lib=$(bestLib replace "$bench" replace "$work/text_copy" NEEDLE PINPIN)
+cp "$work/text_copy" "$work/text_lib"
+tool=$(bestTool sed -i 's/NEEDLE/PINPIN/g' "$work/text_copy")
+cmp -s "$work/text_lib" "$work/text_copy" || { echo "replaced files differ"; exit 1; }
 report "ReplaceStrings 256 MiB" "$lib" "sed -i" "$tool"
-echo "   ($out)"
+rm -f "$work/text_copy" "$work/text_lib"
 
 # Peak memory of split+join and of the comparison: 10 MiB against 1 GiB.
 head -c 10M "$work/big" >"$work/small"
@@ -99,12 +107,14 @@ rss_small=$("$bench" compare "$work/small" "$work/small2" | libtime rss)
 rss_big=$("$bench" compare "$work/big" "$work/j_big" | libtime rss)
 echo "peak RSS compare:    10 MiB file ${rss_small} KiB, 1 GiB file ${rss_big} KiB"
 rm -rf "$work/p_small" "$work/p_big" "$work/j_small" "$work/j_big" "$work/small" "$work/small2"
+rm -f "$work/big2" "$work/big_plus1"
 
 # Read 256 MiB as base64 and as hex.
-warm "$work/quarter"
-lib=$("$bench" encode "$work/quarter" base64 | libtime encode-base64)
-tool=$(timed base64 -w0 "$work/quarter")
+inputs=("$work/quarter")
+prep=:
+lib=$(bestLib encode-base64 "$bench" encode "$work/quarter" base64)
+tool=$(bestTool base64 -w0 "$work/quarter")
 report "ReadBinaryToEncoded base64 256 MiB" "$lib" "base64 -w0" "$tool"
-lib=$("$bench" encode "$work/quarter" hexlower | libtime encode-hexlower)
-tool=$(timed xxd -p "$work/quarter")
+lib=$(bestLib encode-hexlower "$bench" encode "$work/quarter" hexlower)
+tool=$(bestTool xxd -p "$work/quarter")
 report "ReadBinaryToEncoded hex 256 MiB" "$lib" "xxd -p" "$tool"

@@ -36,8 +36,7 @@ bool genBlockId(int index, int length, const XString& encoding, XString& out, Lo
 }
 
 // The output holds whatever the encoder made; only the load decides the result.
-bool readBinaryToEncoded(const XString& path, const XString& encoding, XString& out,
-                         LogBase& log) {
+bool readBinaryToEncoded(const XString& path, const XString& encoding, XString& out, LogBase& log) {
     out.clear();
     DataBuffer data;
     if (!data.loadFileUtf8(path.getUtf8(), &log)) return false;

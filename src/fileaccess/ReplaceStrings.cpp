@@ -52,8 +52,8 @@ bool convertStrings(const XString& str1, const XString& str2, const _ovCharset& 
 // Replaces in memory and saves when something changed. Logs "n"; the count, or -1.
 int replaceAndSave(DataBuffer& data, const DataBuffer& find, const DataBuffer& repl,
                    const XString& path, LogBase& log) {
-    int n = data.replaceAllOccurances(find.getData2(), find.getSize(), repl.getData2(),
-                                      repl.getSize());
+    int n =
+        data.replaceAllOccurances(find.getData2(), find.getSize(), repl.getData2(), repl.getSize());
     if (n < 0) log.LogError("Unable to replace: the result does not fit in memory.");
     log.LogDataLong("n", n);
     if (n < 1) return n;

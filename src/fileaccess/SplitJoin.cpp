@@ -29,8 +29,8 @@ StringBuffer normaliseExtension(const XString& extension) {
 }
 
 // dir / <trimmed prefix><partNum>.<ext>
-void buildPartPath(const XString& dir, const XString& prefix, int partNum,
-                   const StringBuffer& ext, XString& out) {
+void buildPartPath(const XString& dir, const XString& prefix, int partNum, const StringBuffer& ext,
+                   XString& out) {
     StringBuffer name(prefix.getUtf8());
     name.trim2();
     name.append(partNum);
@@ -63,10 +63,10 @@ bool copyPart(_ovDataSource& src, _ovOutput& out, unsigned char* buf, unsigned b
               long long partSize, long long& bytesLeft, long long& written, LogBase& log) {
     long long inPart = partSize;
     while (inPart >= 1 && bytesLeft >= 1) {
-        auto chunk = static_cast<unsigned>(std::min({inPart, static_cast<long long>(bufSize), bytesLeft}));
+        auto chunk =
+            static_cast<unsigned>(std::min({inPart, static_cast<long long>(bufSize), bytesLeft}));
         unsigned got = 0;
-        if (!src.readSourcePM(reinterpret_cast<char*>(buf), chunk, got, nullptr, log))
-            return false;
+        if (!src.readSourcePM(reinterpret_cast<char*>(buf), chunk, got, nullptr, log)) return false;
         if (got == 0) {
             log.LogError("Input file ended before its expected size.");
             return false;
@@ -84,8 +84,8 @@ bool copyPart(_ovDataSource& src, _ovOutput& out, unsigned char* buf, unsigned b
 
 // Writes the parts one after another until the input's bytes are used up.
 bool writeParts(_ovFileDataSource& src, const XString& prefix, const StringBuffer& ext,
-                long long partSize, const XString& destDir, unsigned char* buf,
-                unsigned bufSize, long long bytesLeft, LogBase& log) {
+                long long partSize, const XString& destDir, unsigned char* buf, unsigned bufSize,
+                long long bytesLeft, LogBase& log) {
     XString partPath;
     for (int partNum = 1; bytesLeft >= 1; ++partNum) {
         buildPartPath(destDir, prefix, partNum, ext, partPath);
@@ -104,8 +104,8 @@ bool writeParts(_ovFileDataSource& src, const XString& prefix, const StringBuffe
     return true;
 }
 
-bool splitFile(const XString& path, const XString& prefix, const XString& extension,
-               int partSize, const XString& destDir, LogBase& log) {
+bool splitFile(const XString& path, const XString& prefix, const XString& extension, int partSize,
+               const XString& destDir, LogBase& log) {
     StringBuffer ext = normaliseExtension(extension);
     log.LogDataX("path", path);
     log.LogDataX("prefix", prefix);
@@ -152,16 +152,15 @@ bool joinParts(const XString& srcDir, const XString& prefix, const StringBuffer&
         buildPartPath(srcDir, prefix, partNum, ext, partPath);
         _ovFileDataSource part;
         _ovLogger probeLog;
-        if (!part.openDataSourceFile(partPath, partNum == 1 ? log : probeLog))
-            return partNum > 1;
+        if (!part.openDataSourceFile(partPath, partNum == 1 ? log : probeLog)) return partNum > 1;
         part.m_readAhead = false;
         long long count = 0;
         if (!part.copyToOutputPM(out, count, nullptr, log)) return false;
     }
 }
 
-bool reassembleFile(const XString& srcDirPath, const XString& prefix,
-                    const XString& splitExtension, const XString& outFilePath, LogBase& log) {
+bool reassembleFile(const XString& srcDirPath, const XString& prefix, const XString& splitExtension,
+                    const XString& outFilePath, LogBase& log) {
     log.LogDataX("srcDirPath", srcDirPath);
     log.LogDataX("prefix", prefix);
     log.LogDataX("splitExtension", splitExtension);

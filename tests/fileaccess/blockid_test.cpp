@@ -8,7 +8,7 @@
 namespace {
 
 class BlockIdTest : public TempDirTest {
-protected:
+  protected:
     bool genId(int index, int length, const char* encoding, std::string& out) {
         XString enc(encoding), id("stale");
         bool ok = fa.GenBlockId(index, length, enc, id);

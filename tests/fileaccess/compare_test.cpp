@@ -28,7 +28,7 @@ std::string flipped(size_t n, size_t at) {
 }
 
 class CompareTest : public TempDirTest {
-protected:
+  protected:
     bool equal(const std::string& a, const std::string& b) {
         XString x(a.c_str()), y(b.c_str());
         return fa.FileContentsEqual(x, y);
@@ -49,14 +49,12 @@ TEST_F(CompareTest, ContentsAcrossChunkBoundaries) {
         {"exactly one chunk", patternBytes(kChunk), patternBytes(kChunk), true},
         {"last byte of one chunk", patternBytes(kChunk), flipped(kChunk, kChunk - 1), false},
         {"first byte", patternBytes(kChunk), flipped(kChunk, 0), false},
-        {"two chunks and a bit", patternBytes(2 * kChunk + 5), patternBytes(2 * kChunk + 5),
-         true},
+        {"two chunks and a bit", patternBytes(2 * kChunk + 5), patternBytes(2 * kChunk + 5), true},
         {"first byte of second chunk", patternBytes(2 * kChunk + 5),
          flipped(2 * kChunk + 5, kChunk), false},
         {"last byte of the remainder", patternBytes(2 * kChunk + 5),
          flipped(2 * kChunk + 5, 2 * kChunk + 4), false},
-        {"a megabyte, last byte", patternBytes(1 << 20), flipped(1 << 20, (1 << 20) - 1),
-         false},
+        {"a megabyte, last byte", patternBytes(1 << 20), flipped(1 << 20, (1 << 20) - 1), false},
         {"a megabyte", patternBytes(1 << 20), patternBytes(1 << 20), true},
     };
     for (const Case& c : cases) {
@@ -79,7 +77,7 @@ TEST_F(CompareTest, SamePathTwiceAndLoggedPaths) {
 
 // Counts opens of the file layer while alive.
 class OpenCounter {
-public:
+  public:
     OpenCounter() {
         s_opens = 0;
         sysCalls().open = [](const char* p, int f, mode_t m) {
@@ -120,7 +118,7 @@ TEST_F(CompareTest, DifferentSizesAreToldApartWithoutOpeningEitherFile) {
 
 // Runs a hook before every read (read and pread alike) of the file layer.
 class ReadHook {
-public:
+  public:
     explicit ReadHook(void (*hook)(int call, int fd)) {
         s_hook = hook;
         s_calls = 0;
@@ -138,7 +136,7 @@ public:
         sysCalls().pread = realSysCalls().pread;
     }
 
-private:
+  private:
     static inline void (*s_hook)(int, int) = nullptr;
     static inline int s_calls = 0;
 };
@@ -158,7 +156,10 @@ TEST_F(CompareTest, FilesChangingSizeDuringTheComparisonAreNotEqual) {
              fs::resize_file(g_a, kChunk);
              fs::resize_file(g_b, kChunk);
          }},
-        {"second cut short", [](int call, int) { if (call == 0) fs::resize_file(g_b, kChunk); }},
+        {"second cut short",
+         [](int call, int) {
+             if (call == 0) fs::resize_file(g_b, kChunk);
+         }},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);

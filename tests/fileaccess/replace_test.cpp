@@ -24,7 +24,7 @@ std::string wide(const std::string& ascii, int width, bool bigEndian) {
 }
 
 class ReplaceTest : public TempDirTest {
-protected:
+  protected:
     int replace(const std::string& file, const char* charset, const char* s1, const char* s2) {
         XString p(file.c_str()), cs(charset), a(s1), b(s2);
         return fa.ReplaceStrings(p, cs, a, b);
@@ -133,11 +133,20 @@ TEST_F(ReplaceTest, RefusalsLeaveTheFileUntouched) {
         std::vector<const char*> errors;
     } cases[] = {
         {"empty str1", "utf-8", "", "x", {"str1 is empty."}},
-        {"str1 not in charset", "us-ascii", "\xE2\x82\xAC", "x",
+        {"str1 not in charset",
+         "us-ascii",
+         "\xE2\x82\xAC",
+         "x",
          {"Unable to get str1 in specified charset."}},
-        {"str2 not in charset", "us-ascii", "a", "\xE2\x82\xAC",
+        {"str2 not in charset",
+         "us-ascii",
+         "a",
+         "\xE2\x82\xAC",
          {"Unable to get str2 in specified charset."}},
-        {"both", "us-ascii", "\xE2\x82\xAC", "\xE2\x82\xAC",
+        {"both",
+         "us-ascii",
+         "\xE2\x82\xAC",
+         "\xE2\x82\xAC",
          {"Unable to get str1 in specified charset.", "Unable to get str2 in specified charset."}},
     };
     for (const Case& c : cases) {

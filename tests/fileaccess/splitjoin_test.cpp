@@ -22,7 +22,7 @@ std::string patternBytes(size_t n) {
 }
 
 class SplitJoinTest : public TempDirTest {
-protected:
+  protected:
     bool split(const std::string& in, const char* prefix, const char* ext, int partSize,
                const std::string& destDir) {
         XString p(in.c_str()), pre(prefix), e(ext), d(destDir.c_str());
@@ -67,9 +67,9 @@ TEST_F(SplitJoinTest, PartNamesFollowPrefixAndNormalisedExtension) {
         const char* ext;
         const char* firstPart;
     } cases[] = {
-        {"part", ".bin", "part1.bin"},  {"p", "txt", "p1.txt"},   {"p", "  txt \t", "p1.txt"},
-        {"p", " .txt", "p1..txt"},      {"p", "", "p1."},         {"p", ".", "p1."},
-        {"  p  ", ".txt", "p1.txt"},    {"p", "..x", "p1..x"},
+        {"part", ".bin", "part1.bin"}, {"p", "txt", "p1.txt"}, {"p", "  txt \t", "p1.txt"},
+        {"p", " .txt", "p1..txt"},     {"p", "", "p1."},       {"p", ".", "p1."},
+        {"  p  ", ".txt", "p1.txt"},   {"p", "..x", "p1..x"},
     };
     std::string in = writeFile("in.dat", patternBytes(10));
     int n = 0;
@@ -108,8 +108,7 @@ TEST_F(SplitJoinTest, RoundTripGivesBackTheSameBytes) {
     };
     int n = 0;
     for (const Case& c : cases) {
-        SCOPED_TRACE("size " + std::to_string(c.size) + " partSize " +
-                     std::to_string(c.partSize));
+        SCOPED_TRACE("size " + std::to_string(c.size) + " partSize " + std::to_string(c.partSize));
         std::string in = writeFile("in" + std::to_string(n), patternBytes(c.size));
         std::string dest = makeDir(("d" + std::to_string(n++)).c_str());
         ASSERT_CALL_OK(fa, split(in, "part", "bin", c.partSize, dest));
@@ -139,10 +138,10 @@ TEST_F(SplitJoinTest, SplitLogsItsValuesInOrder) {
     std::string in = writeFile("in", patternBytes(700));
     std::string dest = makeDir("d");
     ASSERT_CALL_OK(fa, split(in, "p", ".x", 400, dest));
-    EXPECT_EQ(loggedNames(), (std::vector<std::string>{"path", "prefix", "extension", "partSize",
-                                                "bufSize", "fileSize", "outputFile",
-                                                "nextPartPath", "numBytesWritten", "outputFile",
-                                                "nextPartPath", "numBytesWritten"}));
+    EXPECT_EQ(loggedNames(),
+              (std::vector<std::string>{"path", "prefix", "extension", "partSize", "bufSize",
+                                        "fileSize", "outputFile", "nextPartPath", "numBytesWritten",
+                                        "outputFile", "nextPartPath", "numBytesWritten"}));
     EXPECT_EQ(loggedValues("extension"), std::vector<std::string>{".x"});  // as passed
     EXPECT_EQ(loggedValues("bufSize"), std::vector<std::string>{"200000"});
     EXPECT_EQ(loggedValues("fileSize"), std::vector<std::string>{"700"});
@@ -172,7 +171,7 @@ TEST_F(SplitJoinTest, SplitFailuresEndWithFalseAndLeaveWhatWasWritten) {
 
 // Lets the first `s_budget` bytes of writes through, then fails every write with EIO.
 class WriteBudget {
-public:
+  public:
     explicit WriteBudget(long budget) {
         s_budget = budget;
         sysCalls().write = [](int fd, const void* p, size_t n) -> ssize_t {
@@ -183,13 +182,13 @@ public:
     }
     ~WriteBudget() { sysCalls().write = realSysCalls().write; }
 
-private:
+  private:
     static inline long s_budget = 0;
 };
 
 // Runs a hook before every read (read and pread alike) of the file layer.
 class ReadHook {
-public:
+  public:
     explicit ReadHook(void (*hook)(int call)) {
         s_hook = hook;
         s_calls = 0;
@@ -207,7 +206,7 @@ public:
         sysCalls().pread = realSysCalls().pread;
     }
 
-private:
+  private:
     static inline void (*s_hook)(int) = nullptr;
     static inline int s_calls = 0;
 };
@@ -252,8 +251,8 @@ TEST_F(SplitJoinTest, ReassemblyStopsAtTheFirstMissingPart) {
     writeFile("d/p5.bin", "five");
     ASSERT_CALL_OK(fa, join(dest, " p ", "bin", path("out")));
     EXPECT_EQ(readFile(path("out")), "one-two-three");
-    EXPECT_EQ(loggedNames(), (std::vector<std::string>{"srcDirPath", "prefix", "splitExtension",
-                                                "outFilePath"}));
+    EXPECT_EQ(loggedNames(),
+              (std::vector<std::string>{"srcDirPath", "prefix", "splitExtension", "outFilePath"}));
 
     // Without part 1 nothing is joined: false and an empty output file.
     fs::remove(dest + "/p1.bin");
