@@ -16,12 +16,13 @@ Parts split(ClsFileAccess& fa, const std::string& path) {
                               &ClsFileAccess::GetExtension,
                               &ClsFileAccess::GetFileNameWithoutExtension};
     Parts parts;
-    for (int i = 0; i < 4; ++i) {
+    int i = 0;
+    for (Getter get : getters) {
         XString p(path.c_str()), out("stale output");
-        EXPECT_TRUE((fa.*getters[i])(p, out));
+        EXPECT_TRUE((fa.*get)(p, out));
         EXPECT_FALSE(fa.lastErrorLog().hasErrors()) << lastLog(fa);
         EXPECT_STREQ(p.getUtf8(), path.c_str()) << "the path argument must not change";
-        parts[i] = out.getUtf8();
+        parts[i++] = out.getUtf8();
     }
     return parts;
 }
