@@ -2,10 +2,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 #include <string>
 
 #include "foundation/fs/FileSys.h"
+#include "foundation/fs/OpenErrorCode.h"
+#include "support/SysCallOverride.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -98,6 +101,26 @@ TEST_F(OpenTest, LockOnOpenConflicts) {
             a.h.reset();  // closing the holder releases the lock
             EXPECT_NE(Opened(second, p, true).h, nullptr);
         }
+    }
+}
+
+// Every reason the system can give maps to its code, and the opens report that code: each
+// errno is injected into the open itself, so the whole path from the call to the code is used.
+TEST_F(OpenTest, EveryErrnoMapsToItsOpenCode) {
+    const int table[][2] = {
+        {EACCES, 1},  {EPERM, 1},   {ENOENT, 2},       {EIO, 3},    {EAGAIN, 3},  {EEXIST, 4},
+        {EISDIR, 5},  {ELOOP, 6},   {EMFILE, 7},       {ENAMETOOLONG, 8},         {ENFILE, 9},
+        {ENODEV, 10}, {ENXIO, 10},  {ENOMEM, 11},      {ENOSPC, 12}, {ENOTDIR, 13},
+        {EOVERFLOW, 14},            {EFBIG, 14},       {EROFS, 15},  {ETXTBSY, 16},
+    };
+    for (const auto& [err, code] : table) {
+        SCOPED_TRACE(err);
+        EXPECT_EQ(openErrorCodeFromErrno(err), code);
+        SysCallOverride o;
+        o.failNth(SysCallOverride::Open, 1, err, true);
+        Opened opened(kModes[2], path("any"));
+        EXPECT_EQ(opened.h, nullptr);
+        EXPECT_EQ(opened.code, code);
     }
 }
 
