@@ -1,11 +1,11 @@
 // Comparing two files byte for byte: chunk boundaries, size shortcuts, failures to compare,
 // and files that change while they are compared.
-#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "fileaccess/ClsFileAccess.h"
-#include "foundation/fs/SysCalls.h"
+#include "support/ReadHook.h"
 #include "support/SysCallOverride.h"
 #include "support/TestSupport.h"
 
@@ -37,40 +37,30 @@ class CompareTest : public TempDirTest {
     ClsFileAccess fa;
 };
 
+// A difference is an answer, not a failure to compare: no error line either way.
 TEST_F(CompareTest, ContentsAcrossChunkBoundaries) {
-    struct Case {
-        const char* what;
-        std::string a;
-        std::string b;
-        bool equal;
-    } cases[] = {
-        {"two empty files", "", "", true},
-        {"one byte differs", "x", "y", false},
-        {"exactly one chunk", patternBytes(kChunk), patternBytes(kChunk), true},
-        {"last byte of one chunk", patternBytes(kChunk), flipped(kChunk, kChunk - 1), false},
-        {"first byte", patternBytes(kChunk), flipped(kChunk, 0), false},
-        {"two chunks and a bit", patternBytes(2 * kChunk + 5), patternBytes(2 * kChunk + 5), true},
-        {"first byte of second chunk", patternBytes(2 * kChunk + 5),
-         flipped(2 * kChunk + 5, kChunk), false},
-        {"last byte of the remainder", patternBytes(2 * kChunk + 5),
-         flipped(2 * kChunk + 5, 2 * kChunk + 4), false},
-        {"a megabyte, last byte", patternBytes(1 << 20), flipped(1 << 20, (1 << 20) - 1), false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        std::string a = writeFile("a", c.a), b = writeFile("b", c.b);
-        EXPECT_EQ(equal(a, b), c.equal) << lastLog(fa);
-        EXPECT_EQ(equal(b, a), c.equal) << lastLog(fa);
-        // A difference is not a failure to compare: no error line.
+    // size of both files, offset of the byte flipped in the second (-1: none)
+    const std::pair<size_t, long> cases[] = {{0, -1},
+                                             {1, 0},
+                                             {kChunk, -1},
+                                             {kChunk, kChunk - 1},
+                                             {kChunk, 0},
+                                             {2 * kChunk + 5, -1},
+                                             {2 * kChunk + 5, kChunk},
+                                             {2 * kChunk + 5, 2 * kChunk + 4},
+                                             {1 << 20, (1 << 20) - 1}};
+    for (const auto& [size, at] : cases) {
+        SCOPED_TRACE(std::to_string(size) + " bytes, flipped at " + std::to_string(at));
+        const std::string a = writeFile("a", patternBytes(size));
+        const std::string b = writeFile("b", at < 0 ? patternBytes(size) : flipped(size, at));
+        EXPECT_EQ(equal(a, b), at < 0) << lastLog(fa);
+        EXPECT_EQ(equal(b, a), at < 0) << lastLog(fa);
         EXPECT_FALSE(fa.lastErrorLog().hasErrors()) << lastLog(fa);
     }
-}
-
-TEST_F(CompareTest, SamePathTwiceAndLoggedPaths) {
-    std::string a = writeFile("a", patternBytes(3 * kChunk));
+    // The same path twice; the paths are logged, and no success/failure line is written.
+    const std::string a = writeFile("a", patternBytes(3 * kChunk));
     ASSERT_CALL_OK(fa, equal(a, a));
     EXPECT_TRUE(fa.lastErrorLog().contains(a.c_str()));
-    // No success/failure line for this method.
     EXPECT_FALSE(fa.lastErrorLog().contains("Success."));
 }
 
@@ -94,91 +84,44 @@ TEST_F(CompareTest, DifferentSizesAreToldApartWithoutOpeningEitherFile) {
     }
 }
 
-// Runs a hook before every read (read and pread alike) of the file layer.
-class ReadHook {
-  public:
-    explicit ReadHook(void (*hook)(int call, int fd)) {
-        s_hook = hook;
-        s_calls = 0;
-        sysCalls().read = [](int fd, void* p, size_t n) {
-            s_hook(s_calls++, fd);
-            return realSysCalls().read(fd, p, n);
-        };
-        sysCalls().pread = [](int fd, void* p, size_t n, off_t off) {
-            s_hook(s_calls++, fd);
-            return realSysCalls().pread(fd, p, n, off);
-        };
-    }
-    ~ReadHook() {
-        sysCalls().read = realSysCalls().read;
-        sysCalls().pread = realSysCalls().pread;
-    }
-
-  private:
-    static inline void (*s_hook)(int, int) = nullptr;
-    static inline int s_calls = 0;
-};
-
 std::string g_a, g_b;
-
-// Files that differ only behind the point where both are cut, or that grow during the
-// comparison, must never compare equal.
-TEST_F(CompareTest, FilesChangingSizeDuringTheComparisonAreNotEqual) {
-    struct Case {
-        const char* what;
-        void (*hook)(int, int);
-    } cases[] = {
-        {"both cut to one chunk before the first read",
-         [](int call, int) {
-             if (call != 0) return;
-             fs::resize_file(g_a, kChunk);
-             fs::resize_file(g_b, kChunk);
-         }},
-        {"second cut short",
-         [](int call, int) {
-             if (call == 0) fs::resize_file(g_b, kChunk);
-         }},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        g_a = writeFile("a", patternBytes(3 * kChunk));
-        g_b = writeFile("b", flipped(3 * kChunk, 2 * kChunk + 9));
-        ReadHook hook(c.hook);
-        EXPECT_CALL_FAILS(fa, equal(g_a, g_b));
-    }
-}
 
 int g_firstFd = -1;
 
-TEST_F(CompareTest, FilesGrowingDuringTheComparisonAreNotEqual) {
-    struct Case {
-        const char* what;
-        void (*hook)(int, int);
-    } cases[] = {
-        // Equal up to their old size, different behind it.
-        {"both grow before the first read",
+// Files that change size while they are compared must never compare equal: both cut to
+// what is equal in them, one cut short, both grown by different amounts, or the first grown
+// once it has been read to its old end.
+TEST_F(CompareTest, FilesChangingSizeDuringTheComparisonAreNotEqual) {
+    using Hook = void (*)(int, int);
+    const std::pair<bool, Hook> cases[] = {
+        // whether the files differ; the hook
+        {true,
          [](int call, int) {
-             if (call != 0) return;
-             fs::resize_file(g_a, 5 * kChunk);
-             fs::resize_file(g_b, 6 * kChunk);
+             if (call == 0) fs::resize_file(g_a, kChunk), fs::resize_file(g_b, kChunk);
          }},
-        // The first file may already have been read to its old end when it grows.
-        {"first grows once the second is being read",
+        {true,
+         [](int call, int) {
+             if (call == 0) fs::resize_file(g_b, kChunk);
+         }},
+        {false,
+         [](int call, int) {
+             if (call == 0) fs::resize_file(g_a, 5 * kChunk), fs::resize_file(g_b, 6 * kChunk);
+         }},
+        {false,
          [](int, int fd) {
              if (g_firstFd < 0) g_firstFd = fd;
              if (fd == g_firstFd || fs::file_size(g_a) != 3 * kChunk) return;
-             std::string more(kChunk, 'z');
-             FILE* f = std::fopen(g_a.c_str(), "ab");
-             std::fwrite(more.data(), 1, more.size(), f);
-             std::fclose(f);
+             std::ofstream(g_a, std::ios::app | std::ios::binary) << std::string(kChunk, 'z');
          }},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    int n = 0;
+    for (const auto& [differ, hook] : cases) {
+        SCOPED_TRACE(n++);
         g_a = writeFile("a", patternBytes(3 * kChunk));
-        g_b = writeFile("b", patternBytes(3 * kChunk));
+        g_b =
+            writeFile("b", differ ? flipped(3 * kChunk, 2 * kChunk + 9) : patternBytes(3 * kChunk));
         g_firstFd = -1;
-        ReadHook hook(c.hook);
+        ReadHook h(hook);
         EXPECT_CALL_FAILS(fa, equal(g_a, g_b));
     }
 }
