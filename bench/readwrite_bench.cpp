@@ -3,12 +3,14 @@
 // Usage: readwrite_bench [dir] [MiB]   (defaults: /tmp, 1024)
 // Creates dir/fa-bench-src (random bytes), warms the page cache, then times:
 //   read:  dd if=src of=/dev/null bs=1M     vs  FileRead in 1 MiB counts to the end
-//   write: dd if=src of=dst bs=1M           vs  FileRead + FileWrite in 1 MiB counts
+//   write: dd if=/dev/zero of=dst bs=1M     vs  FileWrite of a 1 MiB buffer, as many times
+//   copy:  dd if=src of=dst bs=1M           vs  FileRead + FileWrite in 1 MiB counts
 // Each figure is the best of several runs, the two sides run alternately. Both files are removed at the end.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <random>
 #include <string>
@@ -80,6 +82,20 @@ bool readAll(ClsFileAccess& in, const std::string& path, unsigned long long expe
     return total == expected;
 }
 
+// Writes `mib` MiB of zeros to path with FileWrite in 1 MiB counts.
+bool writeZeros(ClsFileAccess& out, const std::string& path, unsigned mib) {
+    XString p(path.c_str());
+    if (!out.OpenForWrite(p)) return false;
+    DataBuffer zeros;
+    if (!zeros.ensureBuffer(kChunk)) return false;
+    std::memset(zeros.getData2(), 0, kChunk);
+    zeros.setDataSize_CAUTION(kChunk);
+    for (unsigned i = 0; i < mib; ++i)
+        if (!out.FileWrite(zeros)) return false;
+    out.FileClose();
+    return true;
+}
+
 void report(const char* what, unsigned mib, double dd, double ours) {
     std::printf("%-5s dd %.3f s (%.0f MiB/s)   ours %.3f s (%.0f MiB/s)   ratio %.3f\n", what, dd,
                 mib / dd, ours, mib / ours, ours / dd);
@@ -105,12 +121,17 @@ int main(int argc, char** argv) {
 
     const auto [ddR, ourR] = bestOfPair([&] { return shell(ddRead); },
                                         [&] { return readAll(fa, src, bytes); }, [] {});
+    const std::string ddWrite =
+        "dd if=/dev/zero of=" + dst + " bs=1M count=" + std::to_string(mib) + " status=none";
+    const auto [ddZ, ourZ] = bestOfPair([&] { return shell(ddWrite); },
+                                        [&] { return writeZeros(out, dst, mib); }, removeDst);
     const auto [ddW, ourW] = bestOfPair([&] { return shell(ddCopy); },
                                         [&] { return readAll(fa, src, bytes, &out, dst); },
                                         removeDst);
 
     std::printf("file of %u MiB, best of %d runs\n", mib, kRuns);
     report("read", mib, ddR, ourR);
+    report("write", mib, ddZ, ourZ);
     report("copy", mib, ddW, ourW);
     removeDst();
     std::remove(src.c_str());

@@ -65,7 +65,7 @@ rows_from_fs() {
 # readwrite_bench: "<what> dd X s (..) ours Y s (..) ratio R".
 rows_from_readwrite() {
     awk -v mib="$size" '$2 == "dd" && $7 == "ours" {
-        name = ($1 == "read") ? "FileRead_1_MiB_counts" : "FileRead+FileWrite_1_MiB_counts"
+        name = ($1 == "read") ? "FileRead_1_MiB_counts" : ($1 == "write") ? "FileWrite_1_MiB_counts" : "FileRead+FileWrite_1_MiB_counts"
         print "ROW", name "_" mib "_MiB", $8, "dd_bs=1M", $3, "best_of_3"
     }'
 }

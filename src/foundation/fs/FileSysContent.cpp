@@ -66,7 +66,10 @@ OrvaneHandle* openWith(const XString& path, int flags, bool lockFile, bool exclu
         return nullptr;
     }
     // Emptied only once the lock is held, so that a refused open leaves the file as it was.
-    if (truncate && fsi::ftruncateRetry(fd, 0) != 0) {
+    // An empty file is left alone: on ext4 a truncation marks the file for a flush to disk at
+    // close (its guard for files rewritten in place), which made every write of a new file
+    // wait for the device.
+    if (truncate && st.st_size > 0 && fsi::ftruncateRetry(fd, 0) != 0) {
         errorCode = openErrorCodeFromErrno(errno);
         fsi::logSysFailure(log, "ftruncate", p, errno);
         return nullptr;

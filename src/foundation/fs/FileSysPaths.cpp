@@ -114,7 +114,9 @@ bool FileSys::copyFileX(const XString& from, const XString& to, bool failIfExist
         fsi::closeFd(out);
         fsi::logFailure(log, "copy", dst, "source and destination are the same file");
         return false;
-    } else if (fsi::ftruncateRetry(out, 0) != 0) {
+    } else if (dst_st.st_size > 0 && fsi::ftruncateRetry(out, 0) != 0) {
+        // Only a target with content is truncated: on ext4 truncating even an empty file
+        // forces its data to disk at close, which would make every copy wait for the device.
         failedOp = "ftruncate";
         err = errno;
     } else if (sysCalls().fchmod(out, perms) != 0) {
