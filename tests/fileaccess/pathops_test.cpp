@@ -1,295 +1,148 @@
 // Files and directories by path: existence, copy, rename, delete, directories, links and
-// temporary names, with the log lines each method promises.
+// temporary names, with the values and outcome lines each method logs.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
-#include <vector>
 
-#include "fileaccess/ClsFileAccess.h"
 #include "fileaccess/LogProbe.h"
-#include "support/TestSupport.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-class PathOpsTest : public TempDirTest {
-  protected:
-    ClsFileAccess fa;
-    LogProbe log{fa};
-};
+using PathOpsTest = FileAccessTest;
 
-XString X(const std::string& s) {
-    return XString(s.c_str());
-}
-
-TEST_F(PathOpsTest, ExistenceIsLoggedOnlyWhenVerboseForTheBoolForm) {
-    XString file = X(writeFile("present.txt", "x"));
-    XString missing = X(path("missing.txt"));
-
-    EXPECT_TRUE(fa.FileExists(file));
-    EXPECT_TRUE(log.valueNames().empty()) << lastLog(fa);
-    EXPECT_FALSE(fa.FileExists(missing));
-    EXPECT_TRUE(log.valueNames().empty()) << lastLog(fa);
-
-    // The three-way form always logs the path and its answer.
-    EXPECT_EQ(fa.FileExists3(file), 1);
-    EXPECT_EQ(log.valueNames(), (std::vector<std::string>{"path", "retval"}));
-    EXPECT_EQ(log.value("retval"), "1");
-    EXPECT_EQ(fa.FileExists3(missing), 0);
-    EXPECT_EQ(log.value("retval"), "0");
-    EXPECT_EQ(log.value("path"), missing.getUtf8());
-
-    fa.put_VerboseLogging(true);
-    EXPECT_TRUE(fa.FileExists(file));
-    EXPECT_EQ(log.valueNames(), (std::vector<std::string>{"path", "retval", "unableToCheck"}));
-    EXPECT_EQ(log.value("retval"), "true");
-    EXPECT_EQ(log.value("unableToCheck"), "false");
-}
-
-TEST_F(PathOpsTest, ExistenceThatCannotBeCheckedGivesMinusOne) {
+TEST_F(PathOpsTest, ExistenceAnswersAndTheValuesLoggedWithAndWithoutVerbose) {
+    XString file = X(writeFile("present.txt", "x")), missing = X(path("missing.txt"));
+    for (bool verbose : {false, true}) {
+        SCOPED_TRACE(verbose ? "verbose" : "quiet");
+        fa.put_VerboseLogging(verbose);
+        for (XString* p : {&file, &missing}) {
+            const bool there = p == &file;
+            EXPECT_EQ(fa.FileExists(*p), there);
+            EXPECT_EQ(valueNames(), verbose ? Names({"path", "retval", "unableToCheck"}) : Names());
+            EXPECT_EQ(value("retval"), !verbose ? "<absent>" : there ? "true" : "false");
+            EXPECT_EQ(fa.FileExists3(*p), there ? 1 : 0);
+            EXPECT_EQ(valueNames(), (Names{"path", "retval"}));
+            EXPECT_EQ(value("path") + value("retval"),
+                      p->getUtf8() + std::string(there ? "1" : "0"));
+        }
+        XString deep = X(path(verbose ? "v/y/z" : "q/y/z"));
+        ASSERT_CALL_OK(fa, fa.DirEnsureExists(deep));
+        EXPECT_EQ(valueNames(), verbose ? Names{"dirPath"} : Names());
+    }
+    // Existence that cannot be checked: -1, while the bool form passes the layer's answer on.
     if (runningAsRoot()) GTEST_SKIP() << "root can search any directory";
     fs::create_directory(path("locked"));
-    writeFile("locked/inner.txt", "data");
+    XString inner = X(writeFile("locked/inner.txt", "data"));
     ASSERT_EQ(chmod(path("locked").c_str(), 0), 0);
-    XString inner = X(path("locked/inner.txt"));
-
     EXPECT_EQ(fa.FileExists3(inner), -1) << lastLog(fa);
-    EXPECT_EQ(log.value("retval"), "-1");
-
-    // The bool form passes the layer's answer through: the file is not known to exist.
-    fa.put_VerboseLogging(true);
+    EXPECT_EQ(value("retval"), "-1");
     EXPECT_FALSE(fa.FileExists(inner));
-    EXPECT_EQ(log.value("unableToCheck"), "true") << lastLog(fa);
+    EXPECT_EQ(value("unableToCheck"), "true") << lastLog(fa);
 }
 
-TEST_F(PathOpsTest, CopyLogsBothNamesAndItsFailure) {
-    XString src = X(writeFile("src.txt", "source bytes"));
-    XString dst = X(path("dst.txt"));
+// Successful calls on non-ASCII names, and the outcome line only some of the methods write.
+TEST_F(PathOpsTest, SuccessfulCallsAndTheirOutcomeLines) {
+    XString src = X(writeFile("Gr\xC3\xBC\xC3\x9Fs \xE6\x97\xA5", "bytes"));
+    XString copy = X(path("c\xC3\xA9")), moved = X(path("m\xC3\xA9"));
+    ASSERT_CALL_OK(fa, fa.FileCopy(src, copy, true));
+    EXPECT_EQ(valueNames(), (Names{"FromFile", "ToFile"}));
+    EXPECT_EQ(value("FromFile") + value("ToFile"), src.getUtf8() + std::string(copy.getUtf8()));
+    EXPECT_EQ(errorCount(), 0);
+    EXPECT_CALL_FAILS(fa, fa.FileCopy(src, copy, true));  // refuses to replace the copy
+    EXPECT_EQ(lastLine(), "Failed to copy file");
+    ASSERT_CALL_OK(fa, fa.FileRename(copy, moved));
+    EXPECT_EQ(readFile(moved.getUtf8()) + readFile(copy.getUtf8()), "bytes<missing>");
+    ASSERT_CALL_OK(fa, fa.FileDelete(moved));
+    EXPECT_EQ(fa.FileExists3(moved), 0);
 
-    ASSERT_CALL_OK(fa, fa.FileCopy(src, dst, true));
-    EXPECT_EQ(readFile(path("dst.txt")), "source bytes");
-    EXPECT_EQ(log.valueNames(), (std::vector<std::string>{"FromFile", "ToFile"}));
-    EXPECT_EQ(log.value("FromFile"), src.getUtf8());
-    EXPECT_EQ(log.value("ToFile"), dst.getUtf8());
-    EXPECT_FALSE(log.has("Failed to copy file"));
-
-    // Refusing to overwrite keeps the existing copy as it was.
-    writeFile("dst.txt", "keep me");
-    EXPECT_CALL_FAILS(fa, fa.FileCopy(src, dst, true));
-    EXPECT_EQ(log.lastLine(), "Failed to copy file");
-    EXPECT_EQ(log.valueNames(), (std::vector<std::string>{"FromFile", "ToFile"}));
-    EXPECT_EQ(readFile(path("dst.txt")), "keep me");
-
-    ASSERT_CALL_OK(fa, fa.FileCopy(src, dst, false));
-    EXPECT_EQ(readFile(path("dst.txt")), "source bytes");
-
-    struct Case {
-        const char* name;
-        std::string from, to;
-    };
-    fs::create_directory(path("adir"));
-    const Case bad[] = {
-        {"missing source", path("nope.txt"), path("out1.txt")},
-        {"empty source", "", path("out2.txt")},
-        {"directory as source", path("adir"), path("out3.txt")},
-        {"through a regular file", src.getUtf8(), path("src.txt/inner.txt")},
-    };
-    for (const Case& c : bad) {
-        SCOPED_TRACE(c.name);
-        XString from = X(c.from), to = X(c.to);
-        EXPECT_CALL_FAILS(fa, fa.FileCopy(from, to, false));
-        EXPECT_TRUE(log.has("Failed to copy file"));
-        EXPECT_GE(log.errorCount(), 2) << "no reason of the layer logged";
-    }
-    EXPECT_EQ(readFile(path("src.txt")), "source bytes");
-}
-
-TEST_F(PathOpsTest, RenameDeleteAndNonAsciiNames) {
-    const std::string name =
-        "Gr\xC3\xBC\xC3\x9F"
-        "e \xE6\x97\xA5\xE6\x9C\xAC.txt";
-    XString from = X(writeFile(name, "payload"));
-    XString to = X(path("renamed-\xC3\xA9.txt"));
-
-    EXPECT_EQ(fa.FileExists3(from), 1);
-    ASSERT_CALL_OK(fa, fa.FileRename(from, to));
-    EXPECT_EQ(fa.FileExists3(from), 0);
-    EXPECT_EQ(readFile(to.getUtf8()), "payload");
-
-    ASSERT_CALL_OK(fa, fa.FileDelete(to));
-    EXPECT_EQ(fa.FileExists3(to), 0);
-
-    // Renaming a missing file, and deleting a directory as if it were a file, fail.
-    EXPECT_CALL_FAILS(fa, fa.FileRename(from, to));
-    EXPECT_TRUE(fa.lastErrorLog().hasErrors());
-    fs::create_directory(path("dir"));
-    XString dir = X(path("dir"));
-    EXPECT_CALL_FAILS(fa, fa.FileDelete(dir));
-    EXPECT_TRUE(fa.lastErrorLog().hasErrors());
-    EXPECT_TRUE(fs::is_directory(path("dir")));
-}
-
-TEST_F(PathOpsTest, DirectoryCreationEndsWithTheOutcomeLineWhereDocumented) {
-    XString filePath = X(path("a/b/c.txt"));
-
-    ASSERT_CALL_OK(fa, fa.DirAutoCreate(filePath));
-    EXPECT_TRUE(fs::is_directory(path("a/b")));
-    EXPECT_FALSE(fs::exists(path("a/b/c.txt")));
-    EXPECT_EQ(log.lastLine(), "Success.");
-
-    // The same path taken as a directory: the last part becomes a directory too.
-    ASSERT_CALL_OK(fa, fa.DirEnsureExists(filePath));
-    EXPECT_TRUE(fs::is_directory(path("a/b/c.txt")));
-    EXPECT_EQ(log.lastLine(), "Success.");
-    EXPECT_TRUE(log.valueNames().empty());
-
-    fa.put_VerboseLogging(true);
-    XString deep = X(path("x/y/z"));
-    ASSERT_CALL_OK(fa, fa.DirEnsureExists(deep));
-    EXPECT_EQ(log.value("dirPath"), deep.getUtf8());
-    fa.put_VerboseLogging(false);
-
-    XString single = X(path("single"));
+    // A file path gets the directories leading to it; taken as a directory, all of it.
+    XString nested = X(path("a/b/c.txt")), single = X(path("single"));
+    ASSERT_CALL_OK(fa, fa.DirAutoCreate(nested));
+    EXPECT_EQ(lastLine(), "Success.");
+    EXPECT_TRUE(fs::is_directory(path("a/b")) && !fs::exists(path("a/b/c.txt")));
+    ASSERT_CALL_OK(fa, fa.DirEnsureExists(nested));
+    EXPECT_TRUE(lastLine() == "Success." && fs::is_directory(path("a/b/c.txt")));
     ASSERT_CALL_OK(fa, fa.DirCreate(single));
-    EXPECT_TRUE(fs::is_directory(path("single")));
-    EXPECT_NE(log.lastLine(), "Success.");
+    EXPECT_NE(lastLine(), "Success.");
     ASSERT_CALL_OK(fa, fa.DirDelete(single));
-    EXPECT_FALSE(fs::exists(path("single")));
-    EXPECT_NE(log.lastLine(), "Success.");
+    EXPECT_TRUE(lastLine() != "Success." && !fs::exists(path("single")));
+
+    // A tree with links pointing out of it goes; what they point at stays.
+    fs::create_symlink(path("a"), path("a/b/c.txt/dirlink"));
+    fs::create_symlink(src.getUtf8(), path("a/b/filelink"));
+    XString tree = X(path("a"));
+    ASSERT_CALL_OK(fa, fa.TreeDelete(tree));
+    EXPECT_EQ(lastLine(), "Success.");
+    EXPECT_FALSE(fs::exists(fs::symlink_status(path("a/b/filelink"))));
+    EXPECT_EQ(readFile(src.getUtf8()), "bytes");
+
+    XString d = X(dir()), prefix("pre"), temp;
+    ASSERT_CALL_OK(fa, fa.GetTempFilename(d, prefix, temp));
+    EXPECT_EQ(std::string(temp.getUtf8()).rfind(dir() + "/pre", 0), 0u) << temp.getUtf8();
+    EXPECT_EQ(fa.FileExists3(temp), 1);
+    XString noDir = X(path("nodir"));
+    EXPECT_CALL_FAILS(fa, fa.GetTempFilename(noDir, prefix, temp));
 }
 
-TEST_F(PathOpsTest, DirectoryOperationsRejectBadPaths) {
-    writeFile("plain.txt", "precious");
+// Every method refuses empty paths, paths through a file, over-long names and the wrong
+// kind of entry, with the system's reason in the log, and harms nothing that exists.
+TEST_F(PathOpsTest, BadPathsFailWithAReasonAndLoseNothing) {
+    XString src = X(writeFile("plain.txt", "precious")), out = X(path("out.txt"));
     fs::create_directory(path("full"));
     writeFile("full/f.txt", "inside");
-    const std::string longName(300, 'n');
-
-    struct Case {
+    const std::string plain = path("plain.txt"), full = path("full");
+    const struct {
         const char* name;
-        std::string dir;
+        std::function<bool(XString&)> call;
+        const char* own;    // the method's own failure line, if it writes one
+        std::string wrong;  // an entry of the wrong kind for this method
+    } methods[] = {
+        {"FileDelete", [&](XString& p) { return fa.FileDelete(p); }, nullptr, full},
+        {"FileCopy from", [&](XString& p) { return fa.FileCopy(p, out, false); },
+         "Failed to copy file", full},
+        {"FileRename to", [&](XString& p) { return fa.FileRename(src, p); }, nullptr, full},
+        {"DirCreate", [&](XString& p) { return fa.DirCreate(p); }, nullptr, plain},
+        {"DirEnsureExists", [&](XString& p) { return fa.DirEnsureExists(p); }, "Failed.", plain},
+        {"DirAutoCreate", [&](XString& p) { return fa.DirAutoCreate(p); }, "Failed.", plain + "/f"},
+        {"DirDelete", [&](XString& p) { return fa.DirDelete(p); }, nullptr, plain},
+        {"TreeDelete", [&](XString& p) { return fa.TreeDelete(p); }, "Failed.", path("none")},
     };
-    const Case cases[] = {
-        {"through a regular file", path("plain.txt/sub")},
-        {"name too long", path(longName)},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        XString d = X(c.dir);
-        EXPECT_CALL_FAILS(fa, fa.DirEnsureExists(d));
-        EXPECT_EQ(log.lastLine(), "Failed.");
-        EXPECT_CALL_FAILS(fa, fa.DirCreate(d));
-        EXPECT_TRUE(fa.lastErrorLog().hasErrors());
+    for (const auto& m : methods) {
+        for (const std::string& bad :
+             {plain + "/sub", path(std::string(300, 'n') + "\xC3\xA9/x"), m.wrong, std::string()}) {
+            SCOPED_TRACE(std::string(m.name) + " on " + bad.substr(0, 60));
+            XString p = X(bad);
+            EXPECT_CALL_FAILS(fa, m.call(p));
+            EXPECT_GE(errorCount(), m.own ? 2 : 1) << "no reason of the layer\n" << lastLog(fa);
+            EXPECT_TRUE(!m.own || lastLine() == m.own) << lastLine();
+        }
     }
-    // An empty path names no directory to create.
-    XString empty;
-    EXPECT_CALL_FAILS(fa, fa.DirCreate(empty));
-    EXPECT_TRUE(fa.lastErrorLog().hasErrors());
-    EXPECT_CALL_FAILS(fa, fa.DirEnsureExists(empty));
-    EXPECT_CALL_FAILS(fa, fa.DirAutoCreate(empty));
-    XString through = X(path("plain.txt/sub/file.txt"));
-    EXPECT_CALL_FAILS(fa, fa.DirAutoCreate(through));
-    EXPECT_EQ(log.lastLine(), "Failed.");
-
-    // A directory that is not empty is not removed by DirDelete, nor a file.
-    XString full = X(path("full")), plain = X(path("plain.txt"));
-    EXPECT_CALL_FAILS(fa, fa.DirDelete(full));
-    EXPECT_CALL_FAILS(fa, fa.DirDelete(plain));
-    EXPECT_EQ(readFile(path("full/f.txt")), "inside");
-    EXPECT_EQ(readFile(path("plain.txt")), "precious");
+    EXPECT_EQ(readFile(plain) + readFile(path("full/f.txt")), "preciousinside");
+    EXPECT_EQ(readFile(path("out.txt")), "<missing>");
 }
 
 TEST_F(PathOpsTest, SymlinkTargetReadsOnlyRealLinks) {
     writeFile("file.txt", "f");
-    fs::create_directory(path("dir"));
-    XString linkToFile = X(path("link-file")), linkToNothing = X(path("dangling"));
-    XString fileTarget = X("file.txt"), nothingTarget = X("no/such/target");
-    ASSERT_CALL_OK(fa, fa.SymlinkCreate(fileTarget, linkToFile));
-    ASSERT_CALL_OK(fa, fa.SymlinkCreate(nothingTarget, linkToNothing));
-
-    struct Case {
-        const char* name;
-        std::string path;
-        const char* target;  // null: not a link
-    };
-    const Case cases[] = {
-        {"regular file", path("file.txt"), nullptr},
-        {"directory", path("dir"), nullptr},
-        {"missing path", path("missing"), nullptr},
-        {"empty path", "", nullptr},
-        {"link to a file", path("link-file"), "file.txt"},
-        {"dangling link", path("dangling"), "no/such/target"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        XString p = X(c.path);
-        XString out("left over");
-        if (c.target) {
-            ASSERT_CALL_OK(fa, fa.SymlinkTarget(p, out));
-            EXPECT_STREQ(out.getUtf8(), c.target);
-            EXPECT_FALSE(log.has("Not a symbolic link"));
-        } else {
-            EXPECT_CALL_FAILS(fa, fa.SymlinkTarget(p, out));
-            EXPECT_TRUE(out.isEmpty());
-            EXPECT_TRUE(log.has("Not a symbolic link"));
-            EXPECT_EQ(log.value("linkPath"), c.path);
-        }
+    XString link = X(path("link")), dangling = X(path("dangling")), file("file.txt"),
+            nothing("no/such/target");
+    ASSERT_CALL_OK(fa, fa.SymlinkCreate(file, link));
+    ASSERT_CALL_OK(fa, fa.SymlinkCreate(nothing, dangling));
+    const std::pair<std::string, const char*> cases[] = {
+        {path("file.txt"), nullptr}, {dir(), nullptr},
+        {path("missing"), nullptr},  {"", nullptr},
+        {path("link"), "file.txt"},  {path("dangling"), "no/such/target"}};
+    for (const auto& [where, target] : cases) {
+        SCOPED_TRACE(where);
+        XString p = X(where), got("left over");
+        EXPECT_EQ(fa.SymlinkTarget(p, got), target != nullptr) << lastLog(fa);
+        EXPECT_STREQ(got.getUtf8(), target ? target : "");
+        EXPECT_EQ(fa.lastErrorLog().contains("Not a symbolic link"), !target);
+        EXPECT_EQ(value("linkPath"), target ? "<absent>" : where);
     }
-
-    // The public type follows links; the internal form can be asked not to.
-    EXPECT_EQ(fa.FileType(linkToFile), 1);
-    EXPECT_EQ(fa.fileType(linkToFile, true, fa.m_log), 3);
-    XString dir = X(path("dir"));
-    EXPECT_EQ(fa.FileType(dir), 2);
-    XString missing = X(path("missing"));
-    EXPECT_EQ(fa.FileType(missing), 0);
-
-    // An existing link is not replaced.
-    EXPECT_CALL_FAILS(fa, fa.SymlinkCreate(nothingTarget, linkToFile));
-    XString out;
-    ASSERT_CALL_OK(fa, fa.SymlinkTarget(linkToFile, out));
-    EXPECT_STREQ(out.getUtf8(), "file.txt");
-}
-
-TEST_F(PathOpsTest, TreeDeleteNeverFollowsLinksOutOfTheTree) {
-    fs::create_directories(path("outside/sub"));
-    writeFile("outside/keep.txt", "outside data");
-    writeFile("outside/sub/deep.txt", "deep data");
-    fs::create_directories(path("tree/a/b"));
-    writeFile("tree/a/b/f.txt", "x");
-    fs::create_symlink(path("outside"), path("tree/a/dirlink"));
-    fs::create_symlink(path("outside/keep.txt"), path("tree/a/b/filelink"));
-    fs::create_symlink(path("outside"), path("tree/a/b/outside"));
-
-    XString tree = X(path("tree"));
-    ASSERT_CALL_OK(fa, fa.TreeDelete(tree));
-    EXPECT_EQ(log.lastLine(), "Success.");
-    EXPECT_FALSE(fs::exists(fs::symlink_status(path("tree/a/dirlink"))));
-    EXPECT_FALSE(fs::exists(path("tree/a/b/f.txt")));
-    EXPECT_EQ(readFile(path("outside/keep.txt")), "outside data");
-    EXPECT_EQ(readFile(path("outside/sub/deep.txt")), "deep data");
-
-    XString missing = X(path("no-tree"));
-    EXPECT_CALL_FAILS(fa, fa.TreeDelete(missing));
-    EXPECT_EQ(log.lastLine(), "Failed.");
-}
-
-TEST_F(PathOpsTest, TemporaryNameIsCreatedInTheGivenDirectory) {
-    XString d = X(dir()), prefix("pre"), first, second;
-    ASSERT_CALL_OK(fa, fa.GetTempFilename(d, prefix, first));
-    ASSERT_CALL_OK(fa, fa.GetTempFilename(d, prefix, second));
-    const std::string name = first.getUtf8();
-    EXPECT_EQ(name.rfind(dir() + "/pre", 0), 0u) << name;
-    EXPECT_TRUE(first.endsWithUtf8(".tmp", false)) << name;
-    EXPECT_EQ(fa.FileSize64(first), 0);
-    EXPECT_EQ(fa.FileExists3(first), 1);
-    EXPECT_FALSE(first.equalsX(second));
-
-    XString noDir = X(path("missing-dir")), out;
-    EXPECT_CALL_FAILS(fa, fa.GetTempFilename(noDir, prefix, out));
-    EXPECT_TRUE(fa.lastErrorLog().hasErrors());
 }
 
 }  // namespace
