@@ -4,10 +4,8 @@
 #include <fstream>
 #include <string>
 
-#include "fileaccess/ClsFileAccess.h"
 #include "fileaccess/LogProbe.h"
 #include "fileaccess/OpenErrorText.h"
-#include "support/TestSupport.h"
 
 namespace {
 
@@ -35,7 +33,7 @@ std::string message(int code) {
     return line;
 }
 
-class OpenFileTest : public TempDirTest {
+class OpenFileTest : public FileAccessTest {
   protected:
     // Opens `p` for reading and reads past its end, so the end-of-file flag is set.
     void openAndReadToEnd(XString& p) {
@@ -44,7 +42,6 @@ class OpenFileTest : public TempDirTest {
         ASSERT_CALL_OK(fa, fa.FileRead(1000, out));
         ASSERT_TRUE(fa.get_EndOfFile());
     }
-    ClsFileAccess fa;
 };
 
 TEST(OpenErrorTextTest, EveryCodeHasItsMessageAndOthersAreUnknown) {
@@ -114,11 +111,10 @@ TEST_F(OpenFileTest, FailedOpenAfterAGoodOneReportsItsReasonAndLeavesNothingOpen
 TEST_F(OpenFileTest, FileCloseAndFileOpenResetWhatTheyShould) {
     XString p(writeFile("f.txt", "[1][2]").c_str()), bad(path("missing").c_str());
     XString begin("["), end("]"), utf8("utf-8");
-    LogProbe log(fa);
     // A scan that cannot place the file logs the offset it would have started from.
     auto scanOffset = [&] {
         ClsStringBuilder sb;
-        return fa.ReadNextFragment(false, begin, end, utf8, sb) == -1 ? log.value("position") : "-";
+        return fa.ReadNextFragment(false, begin, end, utf8, sb) == -1 ? value("position") : "-";
     };
     fa.FileClose();  // nothing open: harmless
     EXPECT_FALSE(fa.lastErrorLog().hasErrors()) << lastLog(fa);
