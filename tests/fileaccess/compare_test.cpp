@@ -1,13 +1,12 @@
 // Comparing two files byte for byte: chunk boundaries, size shortcuts, failures to compare,
 // and files that change while they are compared.
 #include <filesystem>
-#include <fstream>
 #include <string>
+#include <tuple>
 
-#include "fileaccess/ClsFileAccess.h"
+#include "LogProbe.h"
 #include "support/ReadHook.h"
 #include "support/SysCallOverride.h"
-#include "support/TestSupport.h"
 
 namespace {
 
@@ -15,47 +14,34 @@ namespace fs = std::filesystem;
 
 constexpr size_t kChunk = 16384;
 
-std::string patternBytes(size_t n) {
+// Bytes that differ from one offset to the next; with `flipAt` in range that byte is changed.
+std::string patternBytes(size_t n, size_t flipAt = SIZE_MAX) {
     std::string s(n, '\0');
     for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>((i * 7 + i / 509) & 0xFF);
+    if (flipAt < n) s[flipAt] = static_cast<char>(s[flipAt] ^ 0x5A);
     return s;
 }
 
-// The pattern with the byte at `at` flipped.
-std::string flipped(size_t n, size_t at) {
-    std::string s = patternBytes(n);
-    s[at] = static_cast<char>(s[at] ^ 0x5A);
-    return s;
-}
-
-class CompareTest : public TempDirTest {
+class CompareTest : public FileAccessTest {
   protected:
     bool equal(const std::string& a, const std::string& b) {
         XString x(a.c_str()), y(b.c_str());
         return fa.FileContentsEqual(x, y);
     }
-    ClsFileAccess fa;
 };
 
 // A difference is an answer, not a failure to compare: no error line either way.
 TEST_F(CompareTest, ContentsAcrossChunkBoundaries) {
-    // size of both files, offset of the byte flipped in the second (-1: none)
-    const std::pair<size_t, long> cases[] = {{0, -1},
-                                             {1, 0},
-                                             {kChunk, -1},
-                                             {kChunk, kChunk - 1},
-                                             {kChunk, 0},
-                                             {2 * kChunk + 5, -1},
-                                             {2 * kChunk + 5, kChunk},
-                                             {2 * kChunk + 5, 2 * kChunk + 4},
-                                             {1 << 20, (1 << 20) - 1}};
-    for (const auto& [size, at] : cases) {
-        SCOPED_TRACE(std::to_string(size) + " bytes, flipped at " + std::to_string(at));
-        const std::string a = writeFile("a", patternBytes(size));
-        const std::string b = writeFile("b", at < 0 ? patternBytes(size) : flipped(size, at));
-        EXPECT_EQ(equal(a, b), at < 0) << lastLog(fa);
-        EXPECT_EQ(equal(b, a), at < 0) << lastLog(fa);
-        EXPECT_FALSE(fa.lastErrorLog().hasErrors()) << lastLog(fa);
+    // Every size against a copy flipped at each chunk edge; an offset past the end flips nothing.
+    for (size_t size : {size_t{0}, size_t{1}, kChunk, 2 * kChunk + 5, size_t{1} << 20}) {
+        for (size_t at : {size_t{0}, kChunk - 1, kChunk, 2 * kChunk + 4, size - 1, SIZE_MAX}) {
+            SCOPED_TRACE(std::to_string(size) + " bytes, flipped at " + std::to_string(at));
+            const std::string a = writeFile("a", patternBytes(size));
+            const std::string b = writeFile("b", patternBytes(size, at));
+            EXPECT_EQ(equal(a, b), at >= size) << lastLog(fa);
+            EXPECT_EQ(equal(b, a), at >= size) << lastLog(fa);
+            EXPECT_FALSE(fa.lastErrorLog().hasErrors()) << lastLog(fa);
+        }
     }
     // The same path twice; the paths are logged, and no success/failure line is written.
     const std::string a = writeFile("a", patternBytes(3 * kChunk));
@@ -64,63 +50,51 @@ TEST_F(CompareTest, ContentsAcrossChunkBoundaries) {
     EXPECT_FALSE(fa.lastErrorLog().contains("Success."));
 }
 
-TEST_F(CompareTest, DifferentSizesAreToldApartWithoutOpeningEitherFile) {
-    std::string a = writeFile("a", patternBytes(kChunk));
-    std::string b = writeFile("b", patternBytes(kChunk + 1));
-    {
-        SysCallOverride ov;
-        EXPECT_CALL_FAILS(fa, equal(a, b));
-        EXPECT_EQ(ov.calls(SysCallOverride::Open), 0);
-    }
-    EXPECT_TRUE(fa.lastErrorLog().contains("File sizes are different."));
-    EXPECT_FALSE(fa.lastErrorLog().hasErrors());  // an information line, not an error
-
-    // A missing file fails at the size test, also without opening the other one.
-    for (auto [x, y] : {std::pair{a, path("missing")}, std::pair{path("missing"), a}}) {
+// Different sizes, and a missing file, are answered by the size test without opening a file.
+TEST_F(CompareTest, SizeTestAnswersWithoutOpeningEitherFile) {
+    std::string a = writeFile("a", "ab"), b = writeFile("b", "abc"), m = path("missing");
+    for (auto [x, y, sizesDiffer] : {std::tuple{a, b, true}, {a, m, false}, {m, a, false}}) {
+        SCOPED_TRACE(x + " / " + y);
         SysCallOverride ov;
         EXPECT_CALL_FAILS(fa, equal(x, y));
         EXPECT_EQ(ov.calls(SysCallOverride::Open), 0);
-        EXPECT_FALSE(fa.lastErrorLog().contains("File sizes are different."));
+        EXPECT_EQ(fa.lastErrorLog().contains("File sizes are different."), sizesDiffer);
+        // Different sizes are an answer, told as information; a missing file is an error.
+        EXPECT_EQ(fa.lastErrorLog().hasErrors(), !sizesDiffer);
     }
 }
 
 std::string g_a, g_b;
+size_t g_newA, g_newB;  // sizes the files are given at the first read; 0 leaves one alone
+int g_firstFd;
 
-int g_firstFd = -1;
+void resizeAtFirstRead(int call, int) {
+    if (call == 0 && g_newA) fs::resize_file(g_a, g_newA);
+    if (call == 0 && g_newB) fs::resize_file(g_b, g_newB);
+}
+
+// The first file grows once it has been read and the second file is being read.
+void growFirstAfterItsEnd(int, int fd) {
+    if (g_firstFd < 0) g_firstFd = fd;
+    if (fd != g_firstFd && fs::file_size(g_a) == 3 * kChunk) fs::resize_file(g_a, 4 * kChunk);
+}
 
 // Files that change size while they are compared must never compare equal: both cut to
 // what is equal in them, one cut short, both grown by different amounts, or the first grown
 // once it has been read to its old end.
 TEST_F(CompareTest, FilesChangingSizeDuringTheComparisonAreNotEqual) {
-    using Hook = void (*)(int, int);
-    const std::pair<bool, Hook> cases[] = {
-        // whether the files differ; the hook
-        {true,
-         [](int call, int) {
-             if (call == 0) fs::resize_file(g_a, kChunk), fs::resize_file(g_b, kChunk);
-         }},
-        {true,
-         [](int call, int) {
-             if (call == 0) fs::resize_file(g_b, kChunk);
-         }},
-        {false,
-         [](int call, int) {
-             if (call == 0) fs::resize_file(g_a, 5 * kChunk), fs::resize_file(g_b, 6 * kChunk);
-         }},
-        {false,
-         [](int, int fd) {
-             if (g_firstFd < 0) g_firstFd = fd;
-             if (fd == g_firstFd || fs::file_size(g_a) != 3 * kChunk) return;
-             std::ofstream(g_a, std::ios::app | std::ios::binary) << std::string(kChunk, 'z');
-         }},
+    // whether the files differ in their common part, the sizes given at the first read, the hook
+    const std::tuple<bool, size_t, size_t, void (*)(int, int)> cases[] = {
+        {true, kChunk, kChunk, resizeAtFirstRead},
+        {true, 0, kChunk, resizeAtFirstRead},
+        {false, 5 * kChunk, 6 * kChunk, resizeAtFirstRead},
+        {false, 0, 0, growFirstAfterItsEnd},
     };
-    int n = 0;
-    for (const auto& [differ, hook] : cases) {
-        SCOPED_TRACE(n++);
+    for (const auto& [differ, newA, newB, hook] : cases) {
+        SCOPED_TRACE(std::to_string(newA) + " / " + std::to_string(newB));
         g_a = writeFile("a", patternBytes(3 * kChunk));
-        g_b =
-            writeFile("b", differ ? flipped(3 * kChunk, 2 * kChunk + 9) : patternBytes(3 * kChunk));
-        g_firstFd = -1;
+        g_b = writeFile("b", patternBytes(3 * kChunk, differ ? 2 * kChunk + 9 : SIZE_MAX));
+        g_newA = newA, g_newB = newB, g_firstFd = -1;
         ReadHook h(hook);
         EXPECT_CALL_FAILS(fa, equal(g_a, g_b));
     }
