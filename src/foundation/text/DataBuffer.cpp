@@ -17,24 +17,13 @@
 #include <utility>
 
 #include "foundation/text/Encodings.h"
+#include "foundation/text/LargeBlocks.h"
 #include "foundation/text/StringBuffer.h"
 
 namespace {
 
 constexpr uint64_t kMaxSize = UINT32_MAX;
 constexpr size_t kHugeBlock = size_t{2} << 20;
-
-// Advises huge pages for the whole 2 MiB-aligned pages inside [p, p + n).
-void adviseHugePages(void* p, size_t n) {
-#ifdef MADV_HUGEPAGE
-    uintptr_t begin = (reinterpret_cast<uintptr_t>(p) + kHugeBlock - 1) & ~(kHugeBlock - 1);
-    uintptr_t end = (reinterpret_cast<uintptr_t>(p) + n) & ~(kHugeBlock - 1);
-    if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-#else
-    (void)p;
-    (void)n;
-#endif
-}
 
 // Storage of a capacity this large is mapped by us (whole, aligned huge pages); smaller
 // storage comes from malloc. The capacity alone tells which, so nothing else is recorded.

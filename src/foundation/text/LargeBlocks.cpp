@@ -13,8 +13,11 @@ constexpr size_t kWorthAdvising = size_t{8} << 20;
 }  // namespace
 
 void adviseLargeBlock(void* p, size_t n) {
+    if (p && n >= kWorthAdvising) adviseHugePages(p, n);
+}
+
+void adviseHugePages(void* p, size_t n) {
 #ifdef MADV_HUGEPAGE
-    if (!p || n < kWorthAdvising) return;
     uintptr_t begin = (reinterpret_cast<uintptr_t>(p) + kHugePage - 1) & ~(kHugePage - 1);
     uintptr_t end = (reinterpret_cast<uintptr_t>(p) + n) & ~(kHugePage - 1);
     if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);

@@ -8,3 +8,6 @@
 // per 4 KiB. Blocks below a few MiB are left alone: they gain little and may share pages with
 // small allocations. Only a hint: nothing changes when the system does not take it.
 void adviseLargeBlock(void* p, size_t n);
+
+// The same advice for any block, however small (callers that map whole huge pages).
+void adviseHugePages(void* p, size_t n);
