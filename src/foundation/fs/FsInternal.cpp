@@ -33,6 +33,16 @@ bool kernelCopyUnsupported(int err) {
            err == EBADF || err == ETXTBSY || err == EPERM;
 }
 
+// Calls `call` again for as long as it fails with EINTR (a signal arrived before it did any
+// work), so that callers see only real outcomes.
+template <class Call>
+auto retryOnEintr(Call call) {
+    for (;;) {
+        auto rc = call();
+        if (!(rc < 0 && errno == EINTR)) return rc;
+    }
+}
+
 }  // namespace
 
 std::string errnoText(int err) {
@@ -60,11 +70,7 @@ void logSysFailure(LogBase* log, const char* op, const char* path, int err) {
 }
 
 int openRetry(const char* path, int flags, mode_t mode) {
-    int fd;
-    do {
-        fd = sysCalls().open(path, flags | O_CLOEXEC, mode);
-    } while (fd < 0 && errno == EINTR);
-    return fd;
+    return retryOnEintr([&] { return sysCalls().open(path, flags | O_CLOEXEC, mode); });
 }
 
 int closeFd(int fd) {
@@ -73,27 +79,15 @@ int closeFd(int fd) {
 }
 
 int fsyncRetry(int fd) {
-    int rc;
-    do {
-        rc = sysCalls().fsync(fd);
-    } while (rc < 0 && errno == EINTR);
-    return rc;
+    return retryOnEintr([&] { return sysCalls().fsync(fd); });
 }
 
 int ftruncateRetry(int fd, off_t len) {
-    int rc;
-    do {
-        rc = sysCalls().ftruncate(fd, len);
-    } while (rc < 0 && errno == EINTR);
-    return rc;
+    return retryOnEintr([&] { return sysCalls().ftruncate(fd, len); });
 }
 
 int flockRetry(int fd, int op) {
-    int rc;
-    do {
-        rc = sysCalls().flock(fd, op);
-    } while (rc < 0 && errno == EINTR);
-    return rc;
+    return retryOnEintr([&] { return sysCalls().flock(fd, op); });
 }
 
 bool writeAll(int fd, const void* p, size_t n) {
