@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "fileaccess/LogProbe.h"
 
@@ -19,30 +20,27 @@ TEST_F(SizesTimesTest, SizesInEachFormAndTheirFailureValues) {
     writeFile("small", std::string(1234, 'z'));
     std::error_code ec;
     fs::resize_file(writeFile("sparse", ""), (5ull << 30) + 3, ec);  // no blocks written
-    const struct {
-        std::string path;
-        int size32;
-        long long size64;
-        const char* text;  // null: FileSizeStr fails
-    } cases[] = {{path("empty"), 0, 0, "0"},       {path("small"), 1234, 1234, "1234"},
-                 {path("missing"), 0, 0, nullptr}, {"", 0, 0, nullptr},
-                 {path("small/x"), 0, 0, nullptr}, {path("sparse"), 0, 5368709123, "5368709123"}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.path);
-        if (ec && c.size64 > 1234) GTEST_SKIP() << "no sparse file here: " << ec.message();
-        XString p = X(c.path), out("stale");
-        EXPECT_EQ(fa.FileSize(p), c.size32);
-        EXPECT_EQ(fa.lastErrorLog().hasErrors(), c.size32 != c.size64 || !c.text) << lastLog(fa);
-        EXPECT_EQ(fa.FileSize64(p), c.size64);
-        EXPECT_EQ(fa.FileSizeStr(p, out), c.text != nullptr) << lastLog(fa);
-        EXPECT_STREQ(out.getUtf8(), c.text ? c.text : "");
+    // Path, 32-bit size, 64-bit size, text size (empty: FileSizeStr fails).
+    const std::tuple<std::string, int, long long, std::string> cases[] = {
+        {path("empty"), 0, 0, "0"},  {path("small"), 1234, 1234, "1234"},
+        {path("missing"), 0, 0, ""}, {"", 0, 0, ""},
+        {path("small/x"), 0, 0, ""}, {path("sparse"), 0, 5368709123, "5368709123"}};
+    for (const auto& [name, size32, size64, text] : cases) {
+        SCOPED_TRACE(name);
+        if (ec && size64 > 1234) GTEST_SKIP() << "no sparse file here: " << ec.message();
+        XString p = X(name), out("stale");
+        EXPECT_EQ(fa.FileSize(p), size32);
+        EXPECT_EQ(fa.lastErrorLog().hasErrors(), size32 != size64 || text.empty()) << lastLog(fa);
+        EXPECT_EQ(fa.FileSize64(p), size64);
+        EXPECT_EQ(fa.FileSizeStr(p, out), !text.empty()) << lastLog(fa);
+        EXPECT_EQ(out.getUtf8(), text);
     }
 }
 
 // The setters log their values and outcome also when they fail; a time set reads back, and
 // every selector other than 1 (access) and 2 (creation) reads the modification time.
 TEST_F(SizesTimesTest, TimeStampsSetAndReadBackAndFailuresLogTheirValues) {
-    XString p = X(writeFile("stamped.txt", "t")), missing = X(path("gone.txt"));
+    XString p = X(writeFile("stamped.txt", "t")), missing = X(path("gone.txt")), iso;
     ClsDateTime mod, acc;
     mod.SetFromUnixTime(1614834367, 250000000);  // 2021-03-04T05:06:07Z
     acc.SetFromUnixTime(1200000000);
@@ -57,7 +55,6 @@ TEST_F(SizesTimesTest, TimeStampsSetAndReadBackAndFailuresLogTheirValues) {
                   outcome + (target == &p ? "+" : "-") + outcome);
     }
     EXPECT_FALSE(fs::exists(path("gone.txt"))) << "setting a time must not create the file";
-    XString iso;
     for (int which : {100, 0, 1, 3, -1}) {  // 100: GetLastModified
         SCOPED_TRACE(which);
         TimePtr t(which == 100 ? fa.GetLastModified(p) : fa.GetFileTime(p, which));
