@@ -67,6 +67,12 @@ std::string bytesOf(const DataBuffer& db) {
     return std::string(reinterpret_cast<const char*>(db.getData2()), db.getSize());
 }
 
+DataBuffer bufferOf(const std::string& bytes) {
+    DataBuffer db;
+    db.append(bytes.data(), static_cast<unsigned>(bytes.size()));
+    return db;
+}
+
 bool runningAsRoot() { return geteuid() == 0; }
 
 std::string testDataPath(const std::string& name) { return std::string(FA_TEST_DATA_DIR) + "/" + name; }

@@ -41,6 +41,8 @@ private:
 
 // The bytes of a DataBuffer as a string, for comparisons.
 std::string bytesOf(const DataBuffer& db);
+// A DataBuffer holding the given bytes.
+DataBuffer bufferOf(const std::string& bytes);
 
 // True when the tests run with root's privileges (permission tests are skipped then).
 bool runningAsRoot();

@@ -11,18 +11,6 @@
 
 namespace {
 
-DataBuffer bufferOf(const std::string& s) {
-    DataBuffer db;
-    db.append(s.data(), static_cast<unsigned>(s.size()));
-    return db;
-}
-
-std::string encode(const std::string& bytes, const char* encoding) {
-    StringBuffer out;
-    EXPECT_TRUE(bufferOf(bytes).encodeDB(encoding, out)) << encoding;
-    return out.str();
-}
-
 // A plain reference: `width` bits at a time from the front, each picking a symbol of
 // `alphabet`; padded with '=' to whole groups of four when `pad`.
 std::string bitwise(const std::string& in, unsigned width, const std::string& alphabet, bool pad) {
@@ -70,7 +58,9 @@ TEST(Encodings, KnownVectorsEncodeAndDecode) {
         cases.emplace_back(name, all, "");
     for (const auto& [name, in, text] : cases) {
         SCOPED_TRACE(std::string(name) + " " + in.substr(0, 20));
-        const std::string encoded = encode(in, name);
+        StringBuffer out;
+        ASSERT_TRUE(bufferOf(in).encodeDB(name, out));
+        const std::string encoded = out.str();
         EXPECT_TRUE(text.empty() || encoded == text) << encoded;
         DataBuffer back;
         ASSERT_TRUE(back.decodeDB(name, encoded.data(), static_cast<unsigned>(encoded.size())));
