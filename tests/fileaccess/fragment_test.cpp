@@ -5,8 +5,7 @@
 #include <random>
 #include <string>
 
-#include "fileaccess/ClsFileAccess.h"
-#include "support/TestSupport.h"
+#include "fileaccess/LogProbe.h"
 
 namespace {
 
@@ -58,10 +57,10 @@ Expected modelScan(const std::string& file, size_t offset, const std::string& be
     }
 }
 
-class FragmentTest : public TempDirTest {
+class FragmentTest : public FileAccessTest {
   protected:
     void openWith(const std::string& bytes) {
-        XString p(writeFile("f.txt", bytes).c_str());
+        XString p = X(writeFile("f.txt", bytes));
         ASSERT_CALL_OK(fa, fa.OpenForRead(p));
     }
     // One call: its result, a space and the fragment it appended.
@@ -73,8 +72,6 @@ class FragmentTest : public TempDirTest {
         return std::to_string(r) + " " + sb.m_str.getUtf8();
     }
     bool logHas(const char* text) { return fa.lastErrorLog().contains(text); }
-
-    ClsFileAccess fa;
 };
 
 }  // namespace
