@@ -21,6 +21,7 @@ std::string pattern(size_t n) {
 
 class FaultTest : public TempDirTest {
   protected:
+    static XString x(const std::string& s) { return XString(s.c_str()); }
     size_t entries() const {
         auto it = std::filesystem::directory_iterator(dir());
         return static_cast<size_t>(std::distance(it, std::filesystem::directory_iterator()));
@@ -39,7 +40,7 @@ TEST_F(FaultTest, InterruptionsAndShortTransfersAreRetried) {
         int code = 0;
         _ovLogger log;
         std::unique_ptr<OrvaneHandle> h(
-            FileSys::openForReadWrite(XString(src.c_str()), false, false, code, &log));
+            FileSys::openForReadWrite(x(src), false, false, code, &log));
         ASSERT_NE(h, nullptr) << log.text();
         std::string buf(50000, '\0');
         unsigned got = 0;
@@ -54,8 +55,7 @@ TEST_F(FaultTest, InterruptionsAndShortTransfersAreRetried) {
                   content.substr(0, 50000) + content.substr(0, 30000) + content.substr(80000));
         // A copy without the kernel's copy goes by read and write, under the same faults.
         o.failNth(SysCallOverride::CopyFileRange, 1, ENOSYS, true);
-        ASSERT_TRUE(
-            FileSys::copyFileX(XString(src.c_str()), XString(path("dst").c_str()), false, &log));
+        ASSERT_TRUE(FileSys::copyFileX(x(src), x(path("dst")), false, &log));
         EXPECT_EQ(readFile(path("dst")), readFile(src));
         EXPECT_GE(o.calls(SysCallOverride::Read),
                   (limit ? 50000 / limit : 1) * (interrupt ? 2 : 1));
@@ -82,11 +82,9 @@ TEST_F(FaultTest, FailedWritesKeepOldContentAndLeaveNothingStray) {
                 o.limitTransfers(20000);  // several writes, so that "later write" has a meaning
                 o.failNth(call, nth, err);
                 o.failNth(S::CopyFileRange, 1, ENOSYS, true);
-                EXPECT_FALSE(copy ? FileSys::copyFileX(XString(src.c_str()),
-                                                       XString(path("dst").c_str()), false, &log)
-                                  : FileSys::writeFileUtf8(p.c_str(), fresh.data(),
-                                                           static_cast<unsigned>(fresh.size()),
-                                                           &log));
+                EXPECT_FALSE(
+                    copy ? FileSys::copyFileX(x(src), x(path("dst")), false, &log)
+                         : FileSys::writeFileUtf8(p.c_str(), fresh.data(), fresh.size(), &log));
                 EXPECT_GE(o.calls(call), nth);
             }
             EXPECT_EQ(readFile(p), old);
@@ -102,8 +100,7 @@ TEST_F(FaultTest, MoveAcrossDevicesCopiesThenRemoves) {
     SysCallOverride o;
     o.failNth(SysCallOverride::Rename, 1, EXDEV);
     _ovLogger log;
-    ASSERT_TRUE(FileSys::moveFileX(XString(src.c_str()), XString(path("dst").c_str()), &log))
-        << log.text();
+    ASSERT_TRUE(FileSys::moveFileX(x(src), x(path("dst")), &log)) << log.text();
     EXPECT_EQ(readFile(path("dst")) + readFile(src), content + "<missing>");
 }
 

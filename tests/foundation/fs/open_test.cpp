@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <memory>
 #include <string>
-#include <tuple>
+#include <utility>
 
 #include "foundation/fs/FileSys.h"
 #include "support/SysCallOverride.h"
@@ -50,13 +50,16 @@ TEST_F(OpenTest, EachModeOnMissingAndExistingFile) {
         const std::string existing = writeFile(std::string("existing-") + m.name, "0123456789");
         Opened b(m, existing);
         ASSERT_NE(b.h, nullptr) << b.log.text();
+        // Used through a handle it was moved into: emptied, the old one must not close it.
+        OrvaneHandle h(std::move(*b.h));
+        b.h.reset();
         char buf[4] = {};
         unsigned got = 0;
         bool eof = false;
-        EXPECT_EQ(b.h->readBytesToBuf32(buf, 4, got, eof, nullptr), m.canRead);
+        EXPECT_EQ(h.readBytesToBuf32(buf, 4, got, eof, nullptr), m.canRead);
         EXPECT_EQ(std::string(buf, got), m.canRead ? "0123" : "");
-        EXPECT_EQ(b.h->writeBytes("AB", 2, nullptr), m.canWrite);
-        b.h->closeHandle();
+        EXPECT_EQ(h.writeBytes("AB", 2, nullptr), m.canWrite);
+        h.closeHandle();
         EXPECT_EQ(readFile(existing), m.afterWrite);
     }
 }

@@ -1,5 +1,4 @@
-// The file data source, output files and handle ownership.
-#include <memory>
+// The file data source and output files.
 #include <string>
 
 #include "foundation/fs/DataSource.h"
@@ -55,22 +54,6 @@ TEST_F(StreamTest, CopyToOutputAtChunkBoundaries) {
             }
         }
     }
-}
-
-// Taking a handle over is checked through the data source and the open file; a move must
-// empty the source without closing the descriptor.
-TEST_F(StreamTest, HandleMovesWithoutClosing) {
-    int code = 0;
-    std::unique_ptr<OrvaneHandle> opened(FileSys::openForReadOnly(
-        XString(writeFile("src", "0123456789").c_str()), false, false, code, nullptr));
-    ASSERT_NE(opened, nullptr);
-    OrvaneHandle moved(std::move(*opened));
-    opened.reset();
-    char buf[16];
-    unsigned got = 0;
-    bool eof = false;
-    ASSERT_TRUE(moved.readBytesToBuf32(buf, sizeof buf, got, eof, nullptr));
-    EXPECT_EQ(std::string(buf, got), "0123456789");
 }
 
 }  // namespace
