@@ -59,20 +59,22 @@ bool FileSys::GetFileCreateTimeGmt(const XString& path, OrvaneFileTime& out, Log
 #endif
 }
 
-bool FileSys::GetFileLastAccessGmt(const XString& path, OrvaneFileTime& out, LogBase* log) {
+// Reads one of the stat time stamps (following links) into out.
+static bool statTime(const XString& path, OrvaneFileTime& out, LogBase* log,
+                     struct timespec (*pick)(const struct stat&)) {
     struct stat st;
     if (!statFollow(path, st, log)) return false;
-    struct timespec ts = fsi::statAccessTime(st);
+    struct timespec ts = pick(st);
     out.set(ts.tv_sec, static_cast<uint32_t>(ts.tv_nsec));
     return true;
 }
 
+bool FileSys::GetFileLastAccessGmt(const XString& path, OrvaneFileTime& out, LogBase* log) {
+    return statTime(path, out, log, fsi::statAccessTime);
+}
+
 bool FileSys::GetFileLastModTimeGmt(const XString& path, OrvaneFileTime& out, LogBase* log) {
-    struct stat st;
-    if (!statFollow(path, st, log)) return false;
-    struct timespec ts = fsi::statModTime(st);
-    out.set(ts.tv_sec, static_cast<uint32_t>(ts.tv_nsec));
-    return true;
+    return statTime(path, out, log, fsi::statModTime);
 }
 
 bool FileSys::setFileTimeGmt(const XString& path, const OrvaneFileTime& lastMod, LogBase* log) {
