@@ -50,13 +50,15 @@ bool compareStreams(_ovDataSource& src1, _ovDataSource& src2, char* buf1, char* 
         bool end1 = src1.endOfStream();
         bool end2 = src2.endOfStream();
         if (end1 || end2) return endedTogether(end1 && end2 && compared == size, log);
+        const char* bytes1 = nullptr;
+        const char* bytes2 = nullptr;
         unsigned n1 = 0;
         unsigned n2 = 0;
-        if (!src1.readSourcePM(buf1, kChunk, n1, nullptr, log)) {
+        if (!src1.readSourceView(buf1, kChunk, bytes1, n1, log)) {
             log.LogError("Failed to read more from file 1 source.");
             return false;
         }
-        if (!src2.readSourcePM(buf2, kChunk, n2, nullptr, log)) {
+        if (!src2.readSourceView(buf2, kChunk, bytes2, n2, log)) {
             log.LogError("Failed to read more from file 2 source.");
             return false;
         }
@@ -66,7 +68,7 @@ bool compareStreams(_ovDataSource& src1, _ovDataSource& src2, char* buf1, char* 
         }
         // Nothing more from either file: the end, which must lie where the sizes said.
         if (n1 == 0) return endedTogether(compared == size, log);
-        if (std::memcmp(buf1, buf2, n1) != 0) return false;
+        if (std::memcmp(bytes1, bytes2, n1) != 0) return false;
         compared += n1;
     }
 }

@@ -15,6 +15,9 @@ namespace {
 // the caller's copy and its use of the bytes (a comparison of two sources side by side: two
 // blocks) read cache rather than memory. 2 MiB blocks compared 5% slower than this.
 constexpr unsigned kBlockSize = 256u << 10;
+// The block starts on a page boundary: the kernel copies whole pages out of the page cache
+// fastest into an equally aligned destination (malloc's 16-byte offset cost about 10%).
+constexpr std::align_val_t kBlockAlign{4096};
 // Chunk for the generic copy that goes through readSourcePM.
 constexpr unsigned kCopyChunk = 1u << 20;
 
@@ -38,6 +41,12 @@ private:
 
 }  // namespace
 
+bool _ovDataSource::readSourceView(char* buf, unsigned n, const char*& bytes, unsigned& numRead,
+                                   LogBase& log) {
+    bytes = buf;
+    return readSourcePM(buf, n, numRead, nullptr, log);
+}
+
 bool _ovDataSource::copyToOutputPM(_ovOutput& out, long long& count, ProgressMonitor* pm,
                                    LogBase& log) {
     count = 0;
@@ -57,7 +66,7 @@ bool _ovDataSource::copyToOutputPM(_ovOutput& out, long long& count, ProgressMon
     return true;
 }
 
-_ovFileDataSource::~_ovFileDataSource() { delete[] m_block; }
+_ovFileDataSource::~_ovFileDataSource() { ::operator delete[](m_block, kBlockAlign); }
 
 bool _ovFileDataSource::openDataSourceFile(const XString& path, LogBase& log) {
     m_handle.closeHandle();
@@ -93,6 +102,28 @@ bool _ovFileDataSource::endOfStream() {
     return m_eof || m_delivered >= m_size;
 }
 
+bool _ovFileDataSource::fillBlock(LogBase& log) {
+    if (!m_block)
+        m_block = static_cast<unsigned char*>(
+            ::operator new[](kBlockSize, kBlockAlign, std::nothrow));
+    if (!m_block) {
+        log.MemoryAllocFailed(2, kBlockSize);
+        return false;
+    }
+    bool eof = false;
+    unsigned got = 0;
+    if (!m_handle.readBytesToBuf32(m_block, kBlockSize, got, eof, &log)) return false;
+    m_blockPos = 0;
+    m_blockLen = got;
+    if (eof) m_eof = true;
+    return true;
+}
+
+void _ovFileDataSource::delivered(unsigned n) {
+    m_delivered += n;
+    if (m_eof && m_blockPos >= m_blockLen) m_sourceFlags |= 1u;
+}
+
 bool _ovFileDataSource::readSourcePM(char* buf, unsigned n, unsigned& numRead, ProgressMonitor*,
                                      LogBase& log) {
     numRead = 0;
@@ -111,26 +142,36 @@ bool _ovFileDataSource::readSourcePM(char* buf, unsigned n, unsigned& numRead, P
         }
         if (m_eof) break;
         unsigned want = n - numRead;
-        bool eof = false;
-        unsigned got = 0;
         // Large requests, and every request without read-ahead, go straight to the caller.
         if (!m_readAhead || want >= kBlockSize) {
+            bool eof = false;
+            unsigned got = 0;
             if (!m_handle.readBytesToBuf32(buf + numRead, want, got, eof, &log)) return false;
             numRead += got;
-        } else {
-            if (!m_block) m_block = new (std::nothrow) unsigned char[kBlockSize];
-            if (!m_block) {
-                log.MemoryAllocFailed(2, kBlockSize);
-                return false;
-            }
-            if (!m_handle.readBytesToBuf32(m_block, kBlockSize, got, eof, &log)) return false;
-            m_blockPos = 0;
-            m_blockLen = got;
+            if (eof) m_eof = true;
+        } else if (!fillBlock(log)) {
+            return false;
         }
-        if (eof) m_eof = true;
     }
-    m_delivered += numRead;
-    if (m_eof && m_blockPos >= m_blockLen) m_sourceFlags |= 1u;
+    delivered(numRead);
+    return true;
+}
+
+bool _ovFileDataSource::readSourceView(char* buf, unsigned n, const char*& bytes,
+                                       unsigned& numRead, LogBase& log) {
+    numRead = 0;
+    bytes = buf;
+    if (!m_handle.isHandleOpen()) return readSourcePM(buf, n, numRead, nullptr, log);
+    bool wantsBlock = m_readAhead && n < kBlockSize;
+    if (wantsBlock && m_blockPos >= m_blockLen && !m_eof && !fillBlock(log)) return false;
+    unsigned held = m_blockLen - m_blockPos;
+    // Lend only what readSourcePM would have delivered: n bytes, or fewer at the end.
+    if (!wantsBlock || held == 0 || (held < n && !m_eof))
+        return readSourcePM(buf, n, numRead, nullptr, log);
+    bytes = reinterpret_cast<const char*>(m_block + m_blockPos);
+    numRead = std::min(n, held);
+    m_blockPos += numRead;
+    delivered(numRead);
     return true;
 }
 

@@ -17,6 +17,12 @@ public:
     // data. False on a read error.
     virtual bool readSourcePM(char* buf, unsigned n, unsigned& numRead, ProgressMonitor* pm,
                               LogBase& log) = 0;
+    // As readSourcePM, except that the bytes may be lent in place instead of copied: on
+    // success `bytes` points at the numRead bytes delivered, either inside the source's own
+    // storage (valid until the next call on the source) or at buf. Readers that only look
+    // at the bytes save a copy this way. This default always copies into buf.
+    virtual bool readSourceView(char* buf, unsigned n, const char*& bytes, unsigned& numRead,
+                                LogBase& log);
     // True once every byte has been delivered.
     virtual bool endOfStream() = 0;
     // Appends the rest of the source to out; count receives the number of bytes copied.
@@ -43,6 +49,10 @@ public:
 
     bool readSourcePM(char* buf, unsigned n, unsigned& numRead, ProgressMonitor* pm,
                       LogBase& log) override;
+    // Lends the bytes from the read-ahead block when it holds all n of them (or all that is
+    // left of the file); otherwise copies into buf as readSourcePM does.
+    bool readSourceView(char* buf, unsigned n, const char*& bytes, unsigned& numRead,
+                        LogBase& log) override;
     bool endOfStream() override;
     // Lets the kernel copy when out is a file (copy_file_range), else reads and writes.
     bool copyToOutputPM(_ovOutput& out, long long& count, ProgressMonitor* pm,
@@ -51,6 +61,11 @@ public:
     OrvaneHandle& handle() { return m_handle; }
 
 private:
+    // Reads the next read-ahead block from the handle; false on a read error.
+    bool fillBlock(LogBase& log);
+    // Marks n bytes as handed out.
+    void delivered(unsigned n);
+
     OrvaneHandle m_handle;
     long long m_size = -1;
     long long m_delivered = 0;

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr unsigned kBlock = 2u << 20;  // the source's read-ahead block
+constexpr unsigned kBlock = 256u << 10;  // the source's read-ahead block
 
 // An output that is not a file: collects the bytes in memory.
 struct MemoryOutput : _ovOutput {
@@ -53,6 +53,39 @@ TEST_F(StreamTest, CopyToOutputAtChunkBoundaries) {
                             content.substr(0, size));
             }
         }
+    }
+}
+
+// Lent chunks must deliver exactly what copied ones would: n bytes until the end, then the
+// rest. Chunks that fit in the read-ahead block are lent from it, one that spans two blocks
+// is copied into the caller's buffer, and so is every chunk once read-ahead is off.
+TEST_F(StreamTest, ViewLendsFromTheBlockAndCopiesAcrossBlocks) {
+    constexpr unsigned kChunk = 16384;
+    std::string content(3 * size_t{kBlock} + 77, '\0');
+    for (size_t i = 0; i < content.size(); ++i) content[i] = static_cast<char>((i * 13) ^ (i >> 11));
+    const std::string src = writeFile("src", content);
+    // The first read's size, and whether read-ahead stays on.
+    for (auto [skew, readAhead] : {std::pair{0u, true}, {10u, true}, {10u, false}}) {
+        SCOPED_TRACE(std::to_string(skew) + (readAhead ? " with read-ahead" : " without"));
+        _ovLogger log;
+        _ovFileDataSource ds;
+        ASSERT_TRUE(ds.openDataSourceFile(XString(src.c_str()), log)) << log.text();
+        ds.m_readAhead = readAhead;
+        std::string seen(skew, '\0'), buf(kChunk, '\0');
+        unsigned got = 0;
+        ASSERT_TRUE(ds.readSourcePM(seen.data(), skew, got, nullptr, log));
+        int lent = 0, copied = 0;
+        while (!ds.endOfStream()) {
+            const char* bytes = nullptr;
+            ASSERT_TRUE(ds.readSourceView(buf.data(), kChunk, bytes, got, log)) << log.text();
+            ASSERT_EQ(got, std::min<size_t>(kChunk, content.size() - seen.size()));
+            (bytes == buf.data() ? copied : lent)++;
+            seen.append(bytes, got);
+        }
+        EXPECT_TRUE(seen == content);
+        // Without a skew no chunk spans two blocks; with one, a chunk spans each block edge.
+        EXPECT_EQ(copied, !readAhead ? copied + lent : skew ? 3 : 0);
+        EXPECT_EQ(lent > 0, readAhead);
     }
 }
 
