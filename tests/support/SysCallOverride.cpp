@@ -74,6 +74,9 @@ ssize_t wCopyFileRange(int in, off_t* io, int out, off_t* oo, size_t n, unsigned
 int wUnlink(const char* p) {
     return injected(SysCallOverride::Unlink) ? -1 : realSysCalls().unlink(p);
 }
+int wLstat(const char* p, struct stat* st) {
+    return injected(SysCallOverride::Lstat) ? -1 : realSysCalls().lstat(p, st);
+}
 
 }  // namespace
 
@@ -93,6 +96,7 @@ SysCallOverride::SysCallOverride() {
     t.flock = wFlock;
     t.copy_file_range = wCopyFileRange;
     t.unlink = wUnlink;
+    t.lstat = wLstat;
 }
 
 SysCallOverride::~SysCallOverride() {

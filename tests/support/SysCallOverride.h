@@ -11,7 +11,7 @@
 class SysCallOverride {
 public:
     enum Call { Open, Read, Pread, Write, Fsync, Rename, Ftruncate, Flock, CopyFileRange, Unlink,
-                kCallCount };
+                Lstat, kCallCount };
 
     SysCallOverride();
     ~SysCallOverride();
