@@ -37,12 +37,18 @@ warm() { cat "$@" >/dev/null; }
 runs=${RUNS:-3}
 settle() { eval "$prep"; sync; warm "${inputs[@]}"; }
 min() { sort -g | head -1; }
-bestLib() {  # key, library command...
-    local key=$1; shift
-    for _ in $(seq "$runs"); do settle; "$@" | libtime "$key"; done | min
-}
-bestTool() {
-    for _ in $(seq "$runs"); do settle; timed "$@"; done | min
+# The library and the tool run by turns, so that both meet the machine in the same state
+# (on a shared host its speed drifts by a third within minutes); each run is preceded by
+# settle. Prints the best library time and the best tool time.
+race() {  # key, library command, tool command (both evaluated)
+    local key=$1 i libs=() tools=()
+    for i in $(seq "$runs"); do
+        settle
+        libs+=("$(eval "$2" | libtime "$key")")
+        settle
+        tools+=("$(timed eval "$3")")
+    done
+    echo "$(printf '%s\n' "${libs[@]}" | min) $(printf '%s\n' "${tools[@]}" | min)"
 }
 report() {  # name, library seconds, tool name, tool seconds
     awk -v n="$1" -v l="$2" -v t="$3" -v p="$4" \
@@ -65,13 +71,14 @@ with open(sys.argv[1], "w") as f:
         f.write(pool[i % 997])
 EOF
 
-# Split into 100 MiB parts and join them again.
+# Split into 100 MiB parts and join them again; one run first checks the joined bytes.
 inputs=("$work/big")
 prep='rm -rf "$work/lib_parts" "$work/tool_parts" "$work/joined"; mkdir "$work/lib_parts" "$work/tool_parts"'
-lib=$(bestLib split-join "$bench" split-join "$work/big" "$work/lib_parts" "$work/joined")
+libSplit='"$bench" split-join "$work/big" "$work/lib_parts" "$work/joined"'
+settle; eval "$libSplit" >/dev/null
 cmp -s "$work/big" "$work/joined" || { echo "joined file differs"; exit 1; }
-tool=$(bestTool bash -c "cd '$work/tool_parts' && split -b 100M '$work/big' part &&
-                          cat part* > '$work/joined'")
+read -r lib tool < <(race split-join "$libSplit" \
+    'cd "$work/tool_parts" && split -b 100M "$work/big" part && cat part* >"$work/joined"')
 report "SplitFile+ReassembleFile 1 GiB" "$lib" "split -b 100M + cat" "$tool"
 eval "$prep"
 rm -rf "$work/lib_parts" "$work/tool_parts"
@@ -79,20 +86,23 @@ rm -rf "$work/lib_parts" "$work/tool_parts"
 # Compare two equal files, then two of different sizes.
 inputs=("$work/big" "$work/big2")
 prep=:
-lib=$(bestLib compare "$bench" compare "$work/big" "$work/big2")
-tool=$(bestTool cmp "$work/big" "$work/big2")
+read -r lib tool < <(race compare '"$bench" compare "$work/big" "$work/big2"' \
+    'cmp "$work/big" "$work/big2"')
 report "FileContentsEqual 1 GiB equal" "$lib" "cmp" "$tool"
-lib=$(bestLib compare "$bench" compare "$work/big" "$work/big_plus1")
-tool=$(bestTool bash -c "cmp '$work/big' '$work/big_plus1' 2>/dev/null || true")
+read -r lib tool < <(race compare '"$bench" compare "$work/big" "$work/big_plus1"' \
+    'cmp "$work/big" "$work/big_plus1" 2>/dev/null || true')
 report "FileContentsEqual sizes differ" "$lib" "cmp" "$tool"
 
-# Replace a 6-byte string about 1,000,000 times in 256 MiB, each run on a fresh copy.
+# Replace a 6-byte string about 1,000,000 times in 256 MiB, each run on a fresh copy; one
+# run of each first checks that both write the same bytes.
 inputs=("$work/text")
 prep='cp "$work/text" "$work/text_copy"'
-lib=$(bestLib replace "$bench" replace "$work/text_copy" NEEDLE PINPIN)
-cp "$work/text_copy" "$work/text_lib"
-tool=$(bestTool sed -i 's/NEEDLE/PINPIN/g' "$work/text_copy")
+libReplace='"$bench" replace "$work/text_copy" NEEDLE PINPIN'
+toolReplace='sed -i "s/NEEDLE/PINPIN/g" "$work/text_copy"'
+settle; eval "$libReplace" >/dev/null; mv "$work/text_copy" "$work/text_lib"
+settle; eval "$toolReplace"
 cmp -s "$work/text_lib" "$work/text_copy" || { echo "replaced files differ"; exit 1; }
+read -r lib tool < <(race replace "$libReplace" "$toolReplace")
 report "ReplaceStrings 256 MiB" "$lib" "sed -i" "$tool"
 rm -f "$work/text_copy" "$work/text_lib"
 
@@ -112,9 +122,9 @@ rm -f "$work/big2" "$work/big_plus1"
 # Read 256 MiB as base64 and as hex.
 inputs=("$work/quarter")
 prep=:
-lib=$(bestLib encode-base64 "$bench" encode "$work/quarter" base64)
-tool=$(bestTool base64 -w0 "$work/quarter")
+read -r lib tool < <(race encode-base64 '"$bench" encode "$work/quarter" base64' \
+    'base64 -w0 "$work/quarter"')
 report "ReadBinaryToEncoded base64 256 MiB" "$lib" "base64 -w0" "$tool"
-lib=$(bestLib encode-hexlower "$bench" encode "$work/quarter" hexlower)
-tool=$(bestTool xxd -p "$work/quarter")
+read -r lib tool < <(race encode-hexlower '"$bench" encode "$work/quarter" hexlower' \
+    'xxd -p "$work/quarter"')
 report "ReadBinaryToEncoded hex 256 MiB" "$lib" "xxd -p" "$tool"
