@@ -3,8 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <ctime>
 #include <string>
 #include <tuple>
 
@@ -40,10 +38,9 @@ TEST_F(FileSysTest, ExistenceAndType) {
     for (const auto& [name, followed, unfollowed] : cases) {
         SCOPED_TRACE(name);
         bool unable = true;
-        EXPECT_EQ(FileSys::fileExistsX(x(path(name)), unable, nullptr), unfollowed != None);
-        EXPECT_FALSE(unable);
-        EXPECT_EQ(type(path(name), false), followed);
-        EXPECT_EQ(type(path(name), true), unfollowed);
+        const bool exists = FileSys::fileExistsX(x(path(name)), unable, nullptr);
+        EXPECT_EQ(std::tuple(exists, unable, type(path(name), false), type(path(name), true)),
+                  std::tuple(unfollowed != None, false, followed, unfollowed));
     }
 }
 
@@ -53,13 +50,13 @@ TEST_F(FileSysTest, SizesOfSparseFilesAroundThe32BitLimit) {
     for (long long size : {5LL, 2147483647LL, 2147483648LL, 5LL * 1024 * 1024 * 1024 + 7}) {
         SCOPED_TRACE(size);
         ASSERT_EQ(truncate(p.c_str(), size), 0);
-        bool ok = false;
-        EXPECT_EQ(FileSys::fileSizeX_64(x(p), nullptr, ok), size);
-        EXPECT_TRUE(ok);
+        bool ok64 = false, ok32 = !(size < 2147483648LL);  // the wrong answer until set
         _ovLogger log;
-        const long long small = FileSys::fileSizeUtf8_32(p.c_str(), &log, ok);
-        EXPECT_EQ(ok, size < 2147483648LL);
-        EXPECT_TRUE(ok ? small == size : log.text().find("64-bit") != std::string::npos);
+        const long long big = FileSys::fileSizeX_64(x(p), nullptr, ok64),
+                        small = FileSys::fileSizeUtf8_32(p.c_str(), &log, ok32);
+        EXPECT_EQ(std::tuple(big, ok64, ok32), std::tuple(size, true, size < 2147483648LL));
+        EXPECT_TRUE(ok32 ? small == size : log.text().find("64-bit") != std::string::npos)
+            << log.text();
     }
 }
 
@@ -68,7 +65,6 @@ TEST_F(FileSysTest, DeleteTreeRemovesLinksButNothingOutside) {
         ASSERT_EQ(mkdir(path(d).c_str(), 0755), 0);
     writeFile("outside/keep", "keep");
     writeFile("outsideFile", "also keep");
-    writeFile("tree/f1", "1");
     ASSERT_EQ(chmod(writeFile("tree/sub/deeper/f2", "2").c_str(), 0), 0);
     // Links into the outside at several depths, absolute and relative, and a link named as
     // the tree itself.
@@ -119,24 +115,23 @@ TEST_F(FileSysTest, CopiesWholeFilesAndTemporariesGetTheirPermissions) {
     }
 }
 
-// Setting only the modification time, and the selectors, are checked through the object.
+// Setting only the modification time, the selectors and the creation time are checked through
+// the object.
 TEST_F(FileSysTest, TimeStampsSetAndReadBack) {
     const XString p = x(writeFile("timed", "t"));
     const OrvaneFileTime mod(1600000000, 123456789), acc(1500000000, 987654321);
     _ovLogger log;
     ASSERT_TRUE(FileSys::setFileTimeGmt_3(p, OrvaneFileTime(1, 0), acc, mod, &log)) << log.text();
-    EXPECT_TRUE(
-        log.contains("The creation time cannot be set on this system; it is left as it is."));
     OrvaneFileTime m, a;
     ASSERT_TRUE(FileSys::GetFileLastModTimeGmt(p, m, &log) &&
                 FileSys::GetFileLastAccessGmt(p, a, &log));
     EXPECT_EQ(std::tuple(m.seconds(), m.nanoseconds(), a.seconds(), a.nanoseconds()),
               std::tuple(mod.seconds(), mod.nanoseconds(), acc.seconds(), acc.nanoseconds()));
-    EXPECT_FALSE(log.hasErrors());
-    // A creation time, where the file system records one, lies near now.
-    if (FileSys::GetFileCreateTimeGmt(p, m, nullptr)) {
-        EXPECT_LT(std::llabs(m.seconds() - time(nullptr)), 600) << m.seconds();
-    }
+    // Only a note that the creation time stays, no error.
+    EXPECT_TRUE(
+        !log.hasErrors() &&
+        log.contains("The creation time cannot be set on this system; it is left as it is."))
+        << log.text();
     EXPECT_FALSE(FileSys::setFileTimeGmt(p, OrvaneFileTime(1, 1000000000u), &log));
 }
 

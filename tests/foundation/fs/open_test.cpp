@@ -16,15 +16,15 @@ namespace {
 struct Mode {
     const char* name;
     OrvaneHandle* (*open)(const XString&, bool, bool, int&, LogBase*);
-    bool createsMissing, canRead, canWrite, keepsContent;
+    bool canRead, canWrite, keepsContent;
     const char* afterWrite;  // the file "0123456789" after reading 4 bytes and writing "AB"
 };
 
 const Mode kModes[] = {
-    {"readOnly", FileSys::openForReadOnly, false, true, false, true, "0123456789"},
-    {"writeOnly", FileSys::openForWriteOnly, true, false, true, false, "AB"},
-    {"readWrite", FileSys::openForReadWrite, true, true, true, true, "0123AB6789"},
-    {"append", FileSys::openForAppend, true, false, true, true, "0123456789AB"},
+    {"readOnly", FileSys::openForReadOnly, true, false, true, "0123456789"},
+    {"writeOnly", FileSys::openForWriteOnly, false, true, false, "AB"},
+    {"readWrite", FileSys::openForReadWrite, true, true, true, "0123AB6789"},
+    {"append", FileSys::openForAppend, false, true, true, "0123456789AB"},
 };
 
 struct Opened {
@@ -38,26 +38,21 @@ struct Opened {
 
 class OpenTest : public TempDirTest {};
 
-TEST_F(OpenTest, EachModeOnMissingAndExistingFile) {
+// Which modes create a missing file is checked through the object's opens.
+TEST_F(OpenTest, EachModeOnAnExistingFile) {
     for (const Mode& m : kModes) {
         SCOPED_TRACE(m.name);
-        const std::string missing = path(std::string("missing-") + m.name);
-        Opened a(m, missing);
-        EXPECT_EQ(a.h != nullptr, m.createsMissing) << a.log.text();
-        EXPECT_EQ(a.code, m.createsMissing ? 0 : 2);
-        EXPECT_EQ(readFile(missing), m.createsMissing ? "" : "<missing>");
-
         const std::string existing = writeFile(std::string("existing-") + m.name, "0123456789");
         Opened b(m, existing);
         ASSERT_NE(b.h, nullptr) << b.log.text();
-        // Used through a handle it was moved into: emptied, the old one must not close it.
+        // Used through a handle it was moved into: emptied, the old one must not close it. The
+        // read's bytes are checked with the transfer faults; here, that it moves the position.
         OrvaneHandle h(std::move(*b.h));
         b.h.reset();
         char buf[4] = {};
         unsigned got = 0;
         bool eof = false;
         EXPECT_EQ(h.readBytesToBuf32(buf, 4, got, eof, nullptr), m.canRead);
-        EXPECT_EQ(std::string(buf, got), m.canRead ? "0123" : "");
         EXPECT_EQ(h.writeBytes("AB", 2, nullptr), m.canWrite);
         h.closeHandle();
         EXPECT_EQ(readFile(existing), m.afterWrite);
@@ -73,8 +68,7 @@ TEST_F(OpenTest, LockOnOpenConflicts) {
             Opened a(first, p, true), b(second, p, true);
             ASSERT_NE(a.h, nullptr) << a.log.text();
             const bool bothRead = !first.canWrite && !second.canWrite;  // shared locks coexist
-            EXPECT_EQ(b.h != nullptr, bothRead);
-            EXPECT_EQ(b.code, bothRead ? 0 : 1);
+            EXPECT_EQ(std::pair(b.h != nullptr, b.code), std::pair(bothRead, bothRead ? 0 : 1));
             // A refused write-only open must not have emptied the file.
             EXPECT_EQ(readFile(p), first.keepsContent ? "content" : "");
             EXPECT_NE(Opened(second, p, false).h, nullptr) << "without the lock flag";
@@ -112,9 +106,9 @@ TEST_F(OpenTest, ErrorCodesFromInjectedErrnosAndRealPaths) {
             SCOPED_TRACE(std::string(m.name) + " " + name.substr(0, 20));
             if (code == 1 && runningAsRoot()) continue;  // root is never denied
             Opened o(m, path(name));
-            EXPECT_EQ(o.h, nullptr);
-            EXPECT_EQ(o.code, code) << o.log.text();
-            EXPECT_EQ(o.log.entries().size(), 1u) << o.log.text();
+            EXPECT_EQ(std::tuple(o.h == nullptr, o.code, o.log.entries().size()),
+                      std::tuple(true, code, size_t{1}))
+                << o.log.text();
         }
     }
 }

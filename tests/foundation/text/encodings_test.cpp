@@ -111,8 +111,8 @@ TEST(Encodings, UnknownNamesAndBadTextFailWithoutChange) {
     };
     for (const auto& [name, text] : bad) {
         SCOPED_TRACE(std::string(name) + " " + text);
-        EXPECT_FALSE(db.decodeDB(name, text, static_cast<unsigned>(std::string(text).size())));
-        EXPECT_TRUE(db.equals("keep", 4));
+        EXPECT_FALSE(db.decodeDB(name, text, static_cast<unsigned>(std::string(text).size())) ||
+                     !db.equals("keep", 4));
     }
 }
 
