@@ -82,6 +82,67 @@ int fsyncRetry(int fd) {
     return retryOnEintr([&] { return sysCalls().fsync(fd); });
 }
 
+int flushToDevice(int fd) {
+#if defined(__APPLE__)
+    // Not every file system knows F_FULLFSYNC; those that do not still get an fsync.
+    if (retryOnEintr([&] { return sysCalls().fcntl(fd, F_FULLFSYNC, 0); }) == 0) return 0;
+#endif
+    return fsyncRetry(fd);
+}
+
+const char* kindOfFile(mode_t mode) {
+    switch (mode & S_IFMT) {
+        case S_IFREG: return "a regular file";
+        case S_IFDIR: return "a directory";
+        case S_IFIFO: return "a FIFO";
+        case S_IFSOCK: return "a socket";
+        case S_IFCHR: return "a character device";
+        case S_IFBLK: return "a block device";
+        case S_IFLNK: return "a symbolic link";
+        default: return "a special file";
+    }
+}
+
+void logNotRegular(LogBase* log, const char* op, const char* path, mode_t mode) {
+    std::string reason = "it is ";
+    reason += kindOfFile(mode);
+    reason += ", not a regular file";
+    logFailure(log, op, path, reason.c_str());
+}
+
+int openRegular(const char* path, int flags, mode_t mode, struct stat& st, const char* op,
+                LogBase* log) {
+    int fd = openRetry(path, flags | O_NONBLOCK | O_NOCTTY, mode);
+    if (fd < 0) {
+        int err = errno;
+        // A socket, or a FIFO opened for writing with no reader, fails to open at all: name
+        // what it is rather than the open's less telling reason.
+        struct stat probe;
+        if ((err == ENXIO || err == EOPNOTSUPP || err == ENODEV) &&
+            sysCalls().stat(path, &probe) == 0 && !S_ISREG(probe.st_mode)) {
+            logNotRegular(log, op, path, probe.st_mode);
+        } else {
+            logSysFailure(log, "open", path, err);
+        }
+        errno = err;
+        return -1;
+    }
+    if (sysCalls().fstat(fd, &st) != 0) {
+        int err = errno;
+        closeFd(fd);
+        logSysFailure(log, "fstat", path, err);
+        errno = err;
+        return -1;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        closeFd(fd);
+        logNotRegular(log, op, path, st.st_mode);
+        errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+        return -1;
+    }
+    return fd;
+}
+
 int ftruncateRetry(int fd, off_t len) {
     return retryOnEintr([&] { return sysCalls().ftruncate(fd, len); });
 }
@@ -165,8 +226,17 @@ bool copyFdToFd(int in, int out, long long& copied, const char*& opName) {
     }
 }
 
-int createUniqueFile(const std::string& dir, const std::string& prefix, const char* suffix,
-                     mode_t mode, std::string& outPath) {
+namespace {
+
+// The longest name most file systems accept (NAME_MAX on Linux, and APFS's limit).
+constexpr size_t kNameMax = 255;
+constexpr size_t kRandomChars = 12;
+
+// Tries names dir/prefix<12 random characters><suffix> until `make` succeeds (returns a value
+// >= 0) or fails for another reason than EEXIST; 100 tries at most.
+template <class Make>
+int makeUniqueName(const std::string& dir, const std::string& prefix, const char* suffix,
+                   std::string& outPath, Make make) {
     static constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyz0123456789";
     // Seeded once from the system's entropy and mixed with a counter, so that two threads
     // never try the same sequence.
@@ -181,17 +251,83 @@ int createUniqueFile(const std::string& dir, const std::string& prefix, const ch
     base += prefix;
     for (int attempt = 0; attempt < 100; ++attempt) {
         std::string candidate = base;
-        for (int i = 0; i < 12; ++i) candidate += kAlphabet[gen() % (sizeof kAlphabet - 1)];
+        for (size_t i = 0; i < kRandomChars; ++i)
+            candidate += kAlphabet[gen() % (sizeof kAlphabet - 1)];
         candidate += suffix;
-        int fd = openRetry(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL, mode);
-        if (fd >= 0) {
+        int rc = make(candidate.c_str());
+        if (rc >= 0) {
             outPath = candidate;
-            return fd;
+            return rc;
         }
         if (errno != EEXIST) return -1;
     }
     errno = EEXIST;
     return -1;
+}
+
+}  // namespace
+
+int createUniqueFile(const std::string& dir, const std::string& prefix, const char* suffix,
+                     mode_t mode, std::string& outPath) {
+    return makeUniqueName(dir, prefix, suffix, outPath, [&](const char* candidate) {
+        return openRetry(candidate, O_WRONLY | O_CREAT | O_EXCL, mode);
+    });
+}
+
+bool createUniqueSymlink(const std::string& dir, const std::string& prefix, const char* suffix,
+                         const char* target, std::string& outPath) {
+    return makeUniqueName(dir, prefix, suffix, outPath, [&](const char* candidate) {
+               return sysCalls().symlink(target, candidate);
+           }) == 0;
+}
+
+std::string scratchPrefixFor(const std::string& path) {
+    size_t slash = path.rfind('/');
+    std::string name = path.substr(slash == std::string::npos ? 0 : slash + 1);
+    // ".", the name, ".", the random part and a suffix of at most 4 bytes.
+    const size_t room = kNameMax - 2 - kRandomChars - 4;
+    if (name.size() > room) {
+        size_t cut = room;
+        // Back up to the first byte of a UTF-8 sequence, so that the name stays valid text
+        // (APFS refuses names that are not).
+        while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80) --cut;
+        name.resize(cut);
+    }
+    return "." + name + ".";
+}
+
+bool renameNoReplace(const char* from, const char* to) {
+    if (sysCalls().renameNoReplace(from, to) == 0) return true;
+    if (errno != ENOSYS && errno != EINVAL && errno != ENOTSUP) return false;
+    // No exclusive rename here: a hard link is made only where the name is free.
+    if (sysCalls().link(from, to) == 0) {
+        sysCalls().unlink(from);
+        return true;
+    }
+    if (errno == EEXIST) return false;
+    // Nor hard links (FAT, some network file systems): look, then rename. Another process
+    // could take the name in between; no better is possible there.
+    struct stat st;
+    if (sysCalls().lstat(to, &st) == 0) {
+        errno = EEXIST;
+        return false;
+    }
+    return sysCalls().rename(from, to) == 0;
+}
+
+bool readLink(const char* path, std::string& out) {
+    std::string buf(256, '\0');
+    for (;;) {
+        ssize_t n = sysCalls().readlink(path, buf.data(), buf.size());
+        if (n < 0) return false;
+        // A full buffer may mean the text was cut short: try again with more room.
+        if (static_cast<size_t>(n) < buf.size()) {
+            buf.resize(static_cast<size_t>(n));
+            out = std::move(buf);
+            return true;
+        }
+        buf.resize(buf.size() * 4);
+    }
 }
 
 std::string parentDirOf(const std::string& path) {

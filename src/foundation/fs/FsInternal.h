@@ -31,6 +31,27 @@ int fsyncRetry(int fd);
 int ftruncateRetry(int fd, off_t len);
 int flockRetry(int fd, int op);
 
+// Flushes fd's data to the device: fsync, and on Apple platforms F_FULLFSYNC, which also
+// empties the drive's own cache (fsync there stops at the drive).
+int flushToDevice(int fd);
+
+// --- regular files only ---
+// What a file of this mode is, as a phrase for messages ("a FIFO", "a directory", ...).
+const char* kindOfFile(mode_t mode);
+// Logs that `path` is no regular file but what `mode` says it is.
+void logNotRegular(LogBase* log, const char* op, const char* path, mode_t mode);
+// Opens a regular file for content work: never blocks (O_NONBLOCK, which has no effect on
+// the reads and writes of a regular file), never makes a terminal the controlling one, and
+// checks the type on the open descriptor. Anything but a regular file is refused with a
+// line naming its kind. Returns the descriptor with st filled, or -1 (logged, errno set).
+int openRegular(const char* path, int flags, mode_t mode, struct stat& st, const char* op,
+                LogBase* log);
+
+// Same device and inode.
+inline bool sameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 // Writes all n bytes to fd at its position, over EINTR and partial writes. False with errno
 // set on failure (a write that makes no progress counts as ENOSPC).
 bool writeAll(int fd, const void* p, size_t n);
@@ -47,6 +68,21 @@ bool copyFdToFd(int in, int out, long long& copied, const char*& opName);
 // Returns the descriptor (path in outPath), or -1 with errno set.
 int createUniqueFile(const std::string& dir, const std::string& prefix, const char* suffix,
                      mode_t mode, std::string& outPath);
+// Makes a new symbolic link dir/prefix<random><suffix> holding target; false (errno set)
+// when none could be made.
+bool createUniqueSymlink(const std::string& dir, const std::string& prefix, const char* suffix,
+                         const char* target, std::string& outPath);
+// The prefix of a hidden scratch name beside `path` (".<name>."), cut at a character
+// boundary so that prefix + 12 random characters + a suffix of up to 4 bytes fit within the
+// 255 bytes a name may have: every file that can be opened can get a scratch sibling.
+std::string scratchPrefixFor(const std::string& path);
+
+// rename that never replaces `to` (EEXIST instead). Uses the kernel's exclusive rename, and
+// where the file system has none a hard link and an unlink; false with errno set.
+bool renameNoReplace(const char* from, const char* to);
+
+// The text of the symbolic link at path, whatever its length; false with errno set.
+bool readLink(const char* path, std::string& out);
 
 // The directory part of a path for creating a sibling file ("." when there is none).
 std::string parentDirOf(const std::string& path);

@@ -113,17 +113,27 @@ long long OrvaneHandle::ftell64(LogBase* log) {
     return pos < 0 ? -1 : static_cast<long long>(pos);
 }
 
+namespace {
+
+bool statHeld(int fd, struct stat& st, LogBase* log) {
+    if (fd < 0) return noFile(log, "fstat");
+    if (sysCalls().fstat(fd, &st) == 0) return true;
+    fsi::logSysFailure(log, "fstat", nullptr, errno);
+    return false;
+}
+
+}  // namespace
+
 long long OrvaneHandle::fileSize64(LogBase* log) {
-    if (m_fd < 0) {
-        noFile(log, "fstat");
-        return -1;
-    }
     struct stat st;
-    if (sysCalls().fstat(m_fd, &st) != 0) {
-        fsi::logSysFailure(log, "fstat", nullptr, errno);
-        return -1;
-    }
-    return static_cast<long long>(st.st_size);
+    return statHeld(m_fd, st, log) ? static_cast<long long>(st.st_size) : -1;
+}
+
+bool OrvaneHandle::fileId(FileId& out, LogBase* log) {
+    struct stat st;
+    if (!statHeld(m_fd, st, log)) return false;
+    out = FileId::of(st);
+    return true;
 }
 
 bool OrvaneHandle::truncate(long long size, LogBase* log) {

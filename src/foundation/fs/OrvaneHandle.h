@@ -7,6 +7,7 @@
 #pragma once
 
 #include "foundation/base/LogBase.h"
+#include "foundation/fs/FileId.h"
 
 class OrvaneHandle {
 public:
@@ -44,6 +45,8 @@ public:
     long long ftell64(LogBase* log);
     // The file's size; -1 on failure.
     long long fileSize64(LogBase* log);
+    // Which file is held (device and inode); false on failure.
+    bool fileId(FileId& out, LogBase* log);
     // Cuts or extends the file to size; the position does not move.
     bool truncate(long long size, LogBase* log);
     // Flushes the file's data to the device.

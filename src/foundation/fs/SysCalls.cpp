@@ -1,6 +1,10 @@
 #include "foundation/fs/SysCalls.h"
 
 #include <sys/file.h>
+#if defined(__APPLE__)
+#include <sys/attr.h>
+#include <stdio.h>
+#endif
 
 #include <cerrno>
 #include <cstdio>
@@ -23,6 +27,27 @@ ssize_t realCopyFileRange(int in, off_t* inOff, int out, off_t* outOff, size_t n
     return -1;
 #endif
 }
+
+int realFcntl(int fd, int cmd, int arg) { return ::fcntl(fd, cmd, arg); }
+
+int realRenameNoReplace(const char* from, const char* to) {
+#if defined(__linux__) && defined(RENAME_NOREPLACE)
+    return ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
+#elif defined(__APPLE__)
+    return ::renamex_np(from, to, RENAME_EXCL);
+#else
+    (void)from, (void)to;
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
+#if defined(__APPLE__)
+// The declaration's last parameter is unsigned int on 64-bit and unsigned long elsewhere.
+int realSetattrlist(const char* path, void* list, void* buf, size_t size, unsigned options) {
+    return ::setattrlist(path, list, buf, size, options);
+}
+#endif
 
 SysCalls makeReal() {
     SysCalls t{};
@@ -47,6 +72,11 @@ SysCalls makeReal() {
     t.symlink = ::symlink;
     t.readlink = ::readlink;
     t.fchmod = ::fchmod;
+    t.fchown = ::fchown;
+    t.fcntl = realFcntl;
+    t.futimens = ::futimens;
+    t.link = ::link;
+    t.renameNoReplace = realRenameNoReplace;
     t.flock = ::flock;
     t.utimensat = ::utimensat;
     t.copy_file_range = realCopyFileRange;
@@ -57,6 +87,9 @@ SysCalls makeReal() {
     t.getcwd = ::getcwd;
 #if defined(__linux__) && defined(STATX_BTIME)
     t.statx = ::statx;
+#endif
+#if defined(__APPLE__)
+    t.setattrlist = realSetattrlist;
 #endif
     return t;
 }

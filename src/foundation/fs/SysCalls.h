@@ -36,6 +36,14 @@ struct SysCalls {
     int (*symlink)(const char* target, const char* linkPath);
     ssize_t (*readlink)(const char* path, char* buf, size_t n);
     int (*fchmod)(int fd, mode_t mode);
+    int (*fchown)(int fd, uid_t owner, gid_t group);
+    // Only F_GETFL, F_SETFL and (Apple) F_FULLFSYNC are used, all with an int argument.
+    int (*fcntl)(int fd, int cmd, int arg);
+    int (*futimens)(int fd, const struct timespec times[2]);
+    int (*link)(const char* from, const char* to);
+    // rename that fails with EEXIST instead of replacing `to`. Where the platform or the file
+    // system has no such call it fails with ENOSYS or EINVAL, and callers fall back.
+    int (*renameNoReplace)(const char* from, const char* to);
     int (*flock)(int fd, int op);
     int (*utimensat)(int dirfd, const char* path, const struct timespec times[2], int flags);
     // Kernel-side copy between files; where the platform has none the entry answers ENOSYS
@@ -51,6 +59,11 @@ struct SysCalls {
     // keeps the birth time in struct stat).
 #if defined(__linux__) && defined(STATX_BTIME)
     int (*statx)(int dirfd, const char* path, int flags, unsigned mask, struct statx* out);
+#endif
+#if defined(__APPLE__)
+    // Sets attributes the POSIX calls cannot reach, the creation time among them.
+    int (*setattrlist)(const char* path, void* attrList, void* attrBuf, size_t size,
+                       unsigned options);
 #endif
 };
 
