@@ -75,20 +75,10 @@ bool _ovFileDataSource::openDataSourceFile(const XString& path, LogBase& log) {
     m_blockPos = m_blockLen = 0;
     m_eof = false;
     m_sourceFlags = 0;
-    OrvaneHandle h(fsi::openRetry(path.getUtf8(), O_RDONLY, 0));
-    if (!h.isHandleOpen()) {
-        fsi::logSysFailure(&log, "open", path.getUtf8(), errno);
-        return false;
-    }
     struct stat st;
-    if (sysCalls().fstat(h.fd(), &st) != 0) {
-        fsi::logSysFailure(&log, "fstat", path.getUtf8(), errno);
-        return false;
-    }
-    if (S_ISDIR(st.st_mode)) {
-        fsi::logSysFailure(&log, "open", path.getUtf8(), EISDIR);
-        return false;
-    }
+    OrvaneHandle h(fsi::openRegular(path.getUtf8(), O_RDONLY, 0, st, "read", &log));
+    if (!h.isHandleOpen()) return false;
+    m_id = FileId::of(st);
     m_size = static_cast<long long>(st.st_size);
     m_handle.takeHandle(h);
     return true;
@@ -203,11 +193,25 @@ bool _ovFileDataSource::copyToOutputPM(_ovOutput& out, long long& count, Progres
     return true;
 }
 
-_ovOutput* OutputFile::createFileUtf8(const char* path, LogBase& log) {
+_ovOutput* OutputFile::createFileUtf8(const char* path, LogBase& log,
+                                      const std::vector<FileId>* notThese) {
     const char* p = path ? path : "";
-    int fd = fsi::openRetry(p, O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    if (fd < 0) {
-        fsi::logSysFailure(&log, "open", p, errno);
+    // Emptied only after the checks on the open descriptor.
+    struct stat st;
+    int fd = fsi::openRegular(p, O_WRONLY | O_CREAT, 0666, st, "write", &log);
+    if (fd < 0) return nullptr;
+    const bool readByCaller =
+        notThese && std::find(notThese->begin(), notThese->end(), FileId::of(st)) != notThese->end();
+    if (readByCaller) {
+        fsi::closeFd(fd);
+        fsi::logFailure(&log, "write", p, "it is one of the files being read");
+        return nullptr;
+    }
+    // An empty file is not truncated: on ext4 that forces its data to disk at close.
+    if (st.st_size > 0 && fsi::ftruncateRetry(fd, 0) != 0) {
+        int err = errno;
+        fsi::closeFd(fd);
+        fsi::logSysFailure(&log, "ftruncate", p, err);
         return nullptr;
     }
     _ovOutput* out = new (std::nothrow) FileOutput(fd);

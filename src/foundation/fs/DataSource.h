@@ -1,7 +1,10 @@
 // Streaming byte sources and sinks.
 #pragma once
 
+#include <vector>
+
 #include "foundation/base/LogBase.h"
+#include "foundation/fs/FileId.h"
 #include "foundation/fs/OrvaneHandle.h"
 #include "foundation/text/XString.h"
 
@@ -44,8 +47,11 @@ public:
     _ovFileDataSource() = default;
     ~_ovFileDataSource() override;  // closes the file
 
+    // Opens a regular file; anything else is refused (never opened in a way that blocks).
     bool openDataSourceFile(const XString& path, LogBase& log);
     long long getFileSize64(LogBase* log);
+    // The open file's identity.
+    const FileId& fileId() const { return m_id; }
 
     bool readSourcePM(char* buf, unsigned n, unsigned& numRead, ProgressMonitor* pm,
                       LogBase& log) override;
@@ -67,6 +73,7 @@ private:
     void delivered(unsigned n);
 
     OrvaneHandle m_handle;
+    FileId m_id;
     long long m_size = -1;
     long long m_delivered = 0;
     // Read-ahead block (only with m_readAhead).
@@ -93,6 +100,10 @@ protected:
 
 class OutputFile {
 public:
-    // A new output writing the named file from empty, or null (reason in the log).
-    static _ovOutput* createFileUtf8(const char* path, LogBase& log);
+    // A new output writing the named regular file from empty, or null (reason in the log).
+    // Anything else at the path (a FIFO, device, directory) is refused and left as it was,
+    // and so is a file that is one of `notThese` (files the caller reads): such a file is
+    // never emptied.
+    static _ovOutput* createFileUtf8(const char* path, LogBase& log,
+                                     const std::vector<FileId>* notThese = nullptr);
 };

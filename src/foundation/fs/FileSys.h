@@ -6,6 +6,7 @@
 #pragma once
 
 #include "foundation/base/LogBase.h"
+#include "foundation/fs/FileId.h"
 #include "foundation/fs/FileMatchingSpec.h"
 #include "foundation/fs/FileTime.h"
 #include "foundation/fs/OrvaneHandle.h"
@@ -37,16 +38,36 @@ public:
     static int fileSizeUtf8_32(const char* path, LogBase* log, bool& ok);
     static long long fileSizeUtf8_64(const char* path, LogBase* log, bool& ok);
     static long long fileSizeX_64(const XString& path, LogBase* log, bool& ok);
+    // The size of a regular file (links followed). Anything else (directory, FIFO, socket,
+    // device) fails with a line naming what it is: for callers that go on to read the file.
+    static long long regularFileSizeX_64(const XString& path, LogBase* log, bool& ok);
+    // What a content operation would reach at the path (links followed): true with exists
+    // false when nothing is there, true with id set for a regular file; anything else fails
+    // with a line naming what it is. Lets an operation that reads some files and writes
+    // others check that no two of them are one file before it touches any.
+    static bool regularFileId(const XString& path, bool& exists, FileId& id, LogBase* log);
 
     // --- copy, move, delete ---
-    // failIfExists true: fails when `to` exists. The copy keeps the source's permission bits.
+    // Copies a regular file. failIfExists true: fails when `to` exists. The bytes go to a new
+    // file beside `to`, renamed over it only once whole, so a failure leaves an existing
+    // `to` as it was and nothing new behind. A `to` that is a symbolic link stays one (the
+    // bytes go to the file it names); an existing `to` keeps its owner and group. The copy
+    // has the source's permission bits. Special files are refused at either end.
     static bool copyFileX(const XString& from, const XString& to, bool failIfExists,
                           LogBase* log);
+    // rename; between file systems a copy (see moveAcrossFileSystems in FileReplace.h)
+    // that is complete and flushed before the original is removed. A symbolic link arrives
+    // as a link with the same target text.
     static bool moveFileX(const XString& from, const XString& to, LogBase* log);
     static bool deleteFileUtf8(const char* path, LogBase* log);
     static bool createDir(const XString& dir, LogBase* log);
     static bool deleteDir(const XString& dir, LogBase* log);
-    // Removes the directory and everything under it, never following a symbolic link.
+    // Removes the directory and everything under it, never following a symbolic link: a
+    // link, in the tree or given as the tree (trailing separators are dropped), is removed
+    // as a link. Refuses the root directory however written and a path whose last part is
+    // "." or "..", removing nothing. Keeps a handful of descriptors open whatever the depth,
+    // climbing back up through ".." checked by device and inode, and removes the directory
+    // itself through its parent once it has checked that it is still the one it emptied.
     static bool deleteTreeUtf8(const char* dir, FileMatchingSpec& spec, LogBase& log);
 
     // dir empty: TMPDIR, else /tmp. out = dir/prefix + unique part + ".tmp"; the file is
@@ -55,15 +76,18 @@ public:
                                      LogBase& log);
 
     // --- whole files ---
-    // Replaces the file atomically (new file in the same directory, flushed, renamed; the
-    // old file's permission bits kept). On failure the old file is as it was and no
-    // temporary remains.
+    // Replaces a regular file atomically (new file in the same directory, flushed, renamed;
+    // the old file's owner, group and permission bits kept), or in place behind a backup
+    // where the owner cannot be kept or the file has several hard links (FileReplace.h).
+    // Fails where an open of the old file for writing would. On failure the old file is as
+    // it was and no temporary remains. Links are written through; special files refused.
     static bool writeFileUtf8(const char* path, const DataBuffer& data, LogBase* log);
     static bool writeFileUtf8(const char* path, const void* data, unsigned n, LogBase* log);
     // Writes all n bytes at the handle's position (n may be 0); false when no file is held.
     static bool writeToOpenFile(OrvaneHandle& h, const char* p, unsigned n, LogBase* log);
-    // Reads the whole file into out (replacing its content) straight into its final
-    // storage; false (out unchanged) on failure.
+    // Reads the whole regular file into out (replacing its content) straight into its final
+    // storage; false (out unchanged) on failure. Special files are refused, never opened
+    // in a way that could block.
     static bool readFileUtf8(const char* path, DataBuffer& out, LogBase* log);
 
     // --- time stamps (UTC) ---

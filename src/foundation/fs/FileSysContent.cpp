@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/fs/FileReplace.h"
 #include "foundation/fs/FileSys.h"
 #include "foundation/fs/FsInternal.h"
 #include "foundation/fs/OpenErrorCode.h"
@@ -15,33 +16,18 @@ namespace {
 
 const char* orEmpty(const char* p) { return p ? p : ""; }
 
-// Writes the temporary file completely and durably; false with failedOp/err set.
-bool fillTemp(int fd, const void* data, unsigned n, const char*& failedOp, int& err) {
-    if (n > 0 && !fsi::writeAll(fd, data, n)) {
-        failedOp = "write";
-    } else if (fsi::fsyncRetry(fd) != 0) {
-        failedOp = "fsync";
-    } else {
-        return true;
-    }
-    err = errno;
-    return false;
-}
-
-// After the rename the new name must survive a crash too: flush the directory entry. A
-// failure here no longer affects which content the file has, so it is not reported.
-void syncDir(const std::string& dir) {
-    int fd = fsi::openRetry(dir.c_str(), O_RDONLY | O_DIRECTORY, 0);
-    if (fd < 0) return;
-    fsi::fsyncRetry(fd);
-    fsi::closeFd(fd);
+bool clearNonBlocking(int fd) {
+    int flags = sysCalls().fcntl(fd, F_GETFL, 0);
+    return flags >= 0 && sysCalls().fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) == 0;
 }
 
 // What the four opens share: open, refuse directories, lock on request, empty on request.
+// The open never blocks (a FIFO without a writer opens for reading at once); what follows
+// keeps the platform's meaning, so a FIFO or device is read and written blocking as usual.
 OrvaneHandle* openWith(const XString& path, int flags, bool lockFile, bool exclusiveLock,
                        bool truncate, int& errorCode, LogBase* log) {
     const char* p = path.getUtf8();
-    int fd = fsi::openRetry(p, flags, 0666);
+    int fd = fsi::openRetry(p, flags | O_NONBLOCK | O_NOCTTY, 0666);
     if (fd < 0) {
         errorCode = openErrorCodeFromErrno(errno);
         fsi::logSysFailure(log, "open", p, errno);
@@ -54,6 +40,12 @@ OrvaneHandle* openWith(const XString& path, int flags, bool lockFile, bool exclu
         int err = statErr;
         errorCode = openErrorCodeFromErrno(err);
         fsi::logSysFailure(log, "open", p, err);
+        return nullptr;
+    }
+    // The flag has no effect on a regular file; elsewhere it goes, for blocking transfers.
+    if (!S_ISREG(st.st_mode) && !clearNonBlocking(fd)) {
+        errorCode = openErrorCodeFromErrno(errno);
+        fsi::logSysFailure(log, "fcntl", p, errno);
         return nullptr;
     }
     if (lockFile && fsi::flockRetry(fd, (exclusiveLock ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
@@ -69,7 +61,7 @@ OrvaneHandle* openWith(const XString& path, int flags, bool lockFile, bool exclu
     // An empty file is left alone: on ext4 a truncation marks the file for a flush to disk at
     // close (its guard for files rewritten in place), which made every write of a new file
     // wait for the device.
-    if (truncate && st.st_size > 0 && fsi::ftruncateRetry(fd, 0) != 0) {
+    if (truncate && S_ISREG(st.st_mode) && st.st_size > 0 && fsi::ftruncateRetry(fd, 0) != 0) {
         errorCode = openErrorCodeFromErrno(errno);
         fsi::logSysFailure(log, "ftruncate", p, errno);
         return nullptr;
@@ -91,73 +83,16 @@ bool FileSys::writeFileUtf8(const char* path, const DataBuffer& data, LogBase* l
     return writeFileUtf8(path, data.getData2(), data.getSize(), log);
 }
 
-// Follows a chain of symbolic links to the path they finally name, so that a whole-file write
-// replaces the file a link points at and leaves the link itself in place. Stops after 40
-// links (the kernel's own limit), at the first path that is no link, or when a link cannot be
-// read; whatever it stopped at is the path written.
-static std::string followLinks(std::string path) {
-    for (int hops = 0; hops < 40; ++hops) {
-        struct stat st;
-        if (sysCalls().lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) break;
-        char buf[4096];
-        ssize_t len = sysCalls().readlink(path.c_str(), buf, sizeof buf);
-        if (len <= 0 || static_cast<size_t>(len) >= sizeof buf) break;
-        std::string next(buf, static_cast<size_t>(len));
-        if (next[0] != '/') {
-            std::string dir = fsi::parentDirOf(path);
-            next = (dir.empty() || dir == ".") ? next : dir + "/" + next;
-        }
-        path = next;
-    }
-    return path;
-}
-
 bool FileSys::writeFileUtf8(const char* path, const void* data, unsigned n, LogBase* log) {
-    std::string target = followLinks(orEmpty(path));
-    std::string dir = fsi::parentDirOf(target);
-    struct stat old;
-    bool existed = sysCalls().stat(target.c_str(), &old) == 0;
-    if (existed && S_ISDIR(old.st_mode)) {
-        fsi::logSysFailure(log, "write", target.c_str(), EISDIR);
-        return false;
-    }
-    // The new file starts with the old file's permissions (narrowed by the umask, set exactly
-    // below), so its content is never readable by more users than the old file's was.
-    mode_t mode = existed ? (old.st_mode & 07777) : 0666;
-    size_t slash = target.rfind('/');
-    // A hidden name beside the target: ".<name>.<random>.tmp".
-    std::string prefix(1, '.');
-    prefix.append(target, slash == std::string::npos ? 0 : slash + 1, std::string::npos);
-    prefix.push_back('.');
-    std::string temp;
-    int fd = fsi::createUniqueFile(dir, prefix, ".tmp", mode, temp);
-    if (fd < 0) {
-        fsi::logSysFailure(log, "create temporary file in", dir.c_str(), errno);
-        return false;
-    }
-    const char* failedOp = nullptr;
-    int err = 0;
-    if (existed && sysCalls().fchmod(fd, old.st_mode & 07777) != 0) {
-        failedOp = "fchmod";
-        err = errno;
-    } else {
-        fillTemp(fd, data, n, failedOp, err);
-    }
-    if (fsi::closeFd(fd) != 0 && !failedOp) {
-        failedOp = "close";
-        err = errno;
-    }
-    if (!failedOp && sysCalls().rename(temp.c_str(), target.c_str()) != 0) {
-        failedOp = "rename";
-        err = errno;
-    }
-    if (failedOp) {
-        sysCalls().unlink(temp.c_str());
-        fsi::logSysFailure(log, failedOp, target.c_str(), err);
-        return false;
-    }
-    syncDir(dir);
-    return true;
+    fsi::ReplaceRequest req;
+    req.path = orEmpty(path);
+    return fsi::replaceFileContent(
+        req,
+        [&](int fd, const char*& failedOp) {
+            failedOp = "write";
+            return n == 0 || fsi::writeAll(fd, data, n);
+        },
+        log);
 }
 
 bool FileSys::writeToOpenFile(OrvaneHandle& h, const char* p, unsigned n, LogBase* log) {
@@ -166,13 +101,10 @@ bool FileSys::writeToOpenFile(OrvaneHandle& h, const char* p, unsigned n, LogBas
 
 bool FileSys::readFileUtf8(const char* path, DataBuffer& out, LogBase* log) {
     const char* p = orEmpty(path);
-    OrvaneHandle h(fsi::openRetry(p, O_RDONLY, 0));
-    if (!h.isHandleOpen()) {
-        fsi::logSysFailure(log, "open", p, errno);
-        return false;
-    }
-    long long size = h.fileSize64(log);
-    if (size < 0) return false;
+    struct stat st;
+    OrvaneHandle h(fsi::openRegular(p, O_RDONLY, 0, st, "read", log));
+    if (!h.isHandleOpen()) return false;
+    const long long size = static_cast<long long>(st.st_size);
     if (size >= static_cast<long long>(std::numeric_limits<unsigned>::max())) {
         fsi::logFailure(log, "read", p, "the file is too large for one buffer (4 GiB or more)");
         return false;

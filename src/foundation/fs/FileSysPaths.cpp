@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "foundation/fs/FileReplace.h"
 #include "foundation/fs/FileSys.h"
 #include "foundation/fs/FsInternal.h"
 
@@ -23,6 +24,17 @@ long long sizeOf(const char* path, LogBase* log, bool& ok) {
         return -1;
     }
     return static_cast<long long>(st.st_size);
+}
+
+// stat, refusing anything but a regular file with a line naming what it is.
+bool statRegular(const char* path, struct stat& st, LogBase* log) {
+    if (sysCalls().stat(path, &st) != 0) {
+        fsi::logSysFailure(log, "stat", path, errno);
+        return false;
+    }
+    if (S_ISREG(st.st_mode)) return true;
+    fsi::logNotRegular(log, "read", path, st.st_mode);
+    return false;
 }
 
 }  // namespace
@@ -76,66 +88,48 @@ long long FileSys::fileSizeX_64(const XString& path, LogBase* log, bool& ok) {
     return sizeOf(path.getUtf8(), log, ok);
 }
 
+long long FileSys::regularFileSizeX_64(const XString& path, LogBase* log, bool& ok) {
+    struct stat st;
+    ok = statRegular(path.getUtf8(), st, log);
+    return ok ? static_cast<long long>(st.st_size) : -1;
+}
+
+bool FileSys::regularFileId(const XString& path, bool& exists, FileId& id, LogBase* log) {
+    struct stat st;
+    exists = sysCalls().stat(path.getUtf8(), &st) == 0;
+    if (!exists) {
+        if (errno == ENOENT || errno == ENOTDIR) return true;
+        fsi::logSysFailure(log, "stat", path.getUtf8(), errno);
+        return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        fsi::logNotRegular(log, "open", path.getUtf8(), st.st_mode);
+        return false;
+    }
+    id = FileId::of(st);
+    return true;
+}
+
 bool FileSys::copyFileX(const XString& from, const XString& to, bool failIfExists,
                         LogBase* log) {
-    const char* src = from.getUtf8();
-    const char* dst = to.getUtf8();
-    int in = fsi::openRetry(src, O_RDONLY, 0);
-    if (in < 0) {
-        fsi::logSysFailure(log, "open", src, errno);
-        return false;
-    }
-    struct stat st{};
-    int statErr = sysCalls().fstat(in, &st) != 0 ? errno : (S_ISDIR(st.st_mode) ? EISDIR : 0);
-    if (statErr != 0) {
-        int err = statErr;
-        fsi::closeFd(in);
-        fsi::logSysFailure(log, "fstat", src, err);
-        return false;
-    }
-    const mode_t perms = st.st_mode & 07777;
-    // Not truncated on open: the target may be the source itself under another name.
-    int flags = O_WRONLY | O_CREAT | (failIfExists ? O_EXCL : 0);
-    int out = fsi::openRetry(dst, flags, perms);
-    if (out < 0) {
-        int err = errno;
-        fsi::closeFd(in);
-        fsi::logSysFailure(log, "open", dst, err);
-        return false;
-    }
-    struct stat dst_st;
-    const char* failedOp = nullptr;
-    int err = 0;
-    if (sysCalls().fstat(out, &dst_st) != 0) {
-        failedOp = "fstat";
-        err = errno;
-    } else if (dst_st.st_dev == st.st_dev && dst_st.st_ino == st.st_ino) {
-        fsi::closeFd(in);
-        fsi::closeFd(out);
-        fsi::logFailure(log, "copy", dst, "source and destination are the same file");
-        return false;
-    } else if (dst_st.st_size > 0 && fsi::ftruncateRetry(out, 0) != 0) {
-        // Only a target with content is truncated: on ext4 truncating even an empty file
-        // forces its data to disk at close, which would make every copy wait for the device.
-        failedOp = "ftruncate";
-        err = errno;
-    } else if (sysCalls().fchmod(out, perms) != 0) {
-        failedOp = "fchmod";
-        err = errno;
-    } else {
-        long long copied = 0;
-        if (!fsi::copyFdToFd(in, out, copied, failedOp)) err = errno;
-    }
-    fsi::closeFd(in);
-    if (fsi::closeFd(out) != 0 && !failedOp) {
-        failedOp = "close";
-        err = errno;
-    }
-    if (!failedOp) return true;
-    // A partial copy is worse than none.
-    sysCalls().unlink(dst);
-    fsi::logSysFailure(log, failedOp, dst, err);
-    return false;
+    struct stat st;
+    OrvaneHandle in(fsi::openRegular(from.getUtf8(), O_RDONLY, 0, st, "copy", log));
+    if (!in.isHandleOpen()) return false;
+    fsi::ReplaceRequest req;
+    req.path = to.getUtf8();
+    req.op = "copy";
+    req.failIfExists = failIfExists;
+    req.refuseDanglingLink = true;
+    // A new file is not worth a flush of its own, as with cp; a replaced one always is.
+    req.flushNewFile = false;
+    req.source = &st;
+    return fsi::replaceFileContent(
+        req,
+        [&](int fd, const char*& failedOp) {
+            long long copied = 0;
+            return fsi::copyFdToFd(in.fd(), fd, copied, failedOp);
+        },
+        log);
 }
 
 bool FileSys::moveFileX(const XString& from, const XString& to, LogBase* log) {
@@ -144,11 +138,7 @@ bool FileSys::moveFileX(const XString& from, const XString& to, LogBase* log) {
         fsi::logSysFailure(log, "rename", from.getUtf8(), errno);
         return false;
     }
-    // Another file system: copy, then remove the original once the copy is complete.
-    if (!copyFileX(from, to, false, log)) return false;
-    if (sysCalls().unlink(from.getUtf8()) == 0) return true;
-    fsi::logSysFailure(log, "unlink", from.getUtf8(), errno);
-    return false;
+    return fsi::moveAcrossFileSystems(from.getUtf8(), to.getUtf8(), log);
 }
 
 bool FileSys::deleteFileUtf8(const char* path, LogBase* log) {
