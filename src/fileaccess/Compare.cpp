@@ -18,11 +18,13 @@ namespace {
 constexpr unsigned kChunk = 16384;
 
 // Both sizes, or false when either cannot be got or they differ (nothing is opened then).
+// Only regular files have sizes worth comparing; anything else is refused here, before any
+// open could block on it.
 bool sizesMatch(const XString& path1, const XString& path2, long long& size, LogBase& log) {
     bool ok = false;
-    long long size1 = FileSys::fileSizeX_64(path1, &log, ok);
+    long long size1 = FileSys::regularFileSizeX_64(path1, &log, ok);
     if (!ok) return false;
-    long long size2 = FileSys::fileSizeX_64(path2, &log, ok);
+    long long size2 = FileSys::regularFileSizeX_64(path2, &log, ok);
     if (!ok) return false;
     if (size1 != size2) {
         log.LogInfo("File sizes are different.");

@@ -5,11 +5,14 @@
 // memory use does not depend on the file's size. Only one part file is open at a time.
 #include <algorithm>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
 #include "foundation/fs/DataSource.h"
 #include "foundation/fs/FilePath.h"
+#include "foundation/fs/FileSys.h"
 #include "foundation/text/Charset.h"
 
 namespace {
@@ -82,15 +85,42 @@ bool copyPart(_ovDataSource& src, _ovOutput& out, unsigned char* buf, unsigned b
     return true;
 }
 
+// Before anything is written: every part the split will make may be written, and none is
+// the input under another name (it would be emptied before it was read).
+bool partsAreWritable(const XString& destDir, const XString& prefix, const StringBuffer& ext,
+                      long long partSize, long long fileSize, const FileId& input,
+                      LogBase& log) {
+    if (fileSize < 1) return true;
+    const long long numParts = (fileSize - 1) / partSize + 1;
+    XString partPath;
+    for (long long partNum = 1; partNum <= numParts; ++partNum) {
+        buildPartPath(destDir, prefix, static_cast<int>(partNum), ext, partPath);
+        bool exists = false;
+        FileId id;
+        if (!FileSys::regularFileId(partPath, exists, id, &log)) {
+            log.LogError("Failed to open output file.");
+            return false;
+        }
+        if (exists && id == input) {
+            std::string line = std::string("Part file \"") + partPath.getUtf8() +
+                               "\" is the file being split.";
+            log.LogError(line.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
 // Writes the parts one after another until the input's bytes are used up.
 bool writeParts(_ovFileDataSource& src, const XString& prefix, const StringBuffer& ext,
                 long long partSize, const XString& destDir, unsigned char* buf, unsigned bufSize,
                 long long bytesLeft, LogBase& log) {
+    const std::vector<FileId> input{src.fileId()};
     XString partPath;
     for (int partNum = 1; bytesLeft >= 1; ++partNum) {
         buildPartPath(destDir, prefix, partNum, ext, partPath);
         log.LogDataX("outputFile", partPath);
-        OutputPtr out(OutputFile::createFileUtf8(partPath.getUtf8(), log));
+        OutputPtr out(OutputFile::createFileUtf8(partPath.getUtf8(), log, &input));
         if (!out) {
             log.LogError("Failed to open output file.");
             return false;
@@ -139,20 +169,55 @@ bool splitFile(const XString& path, const XString& prefix, const XString& extens
         log.LogError("The part size must be at least 1 byte.");
         return false;
     }
+    if (!partsAreWritable(destDir, prefix, ext, partSize, fileSize, src.fileId(), log))
+        return false;
     return writeParts(src, prefix, ext, partSize, destDir, buf.get(), bufSize, fileSize, log);
+}
+
+void logOutputIsPart(const XString& partPath, LogBase& log) {
+    std::string line =
+        std::string("The output file is part file \"") + partPath.getUtf8() + "\" itself.";
+    log.LogError(line.c_str());
+}
+
+// Before the output is emptied: every part of the set is a regular file, and none is the
+// output under another name (it would be emptied, or joined into itself without end).
+bool partsAreReadable(const XString& srcDir, const XString& prefix, const StringBuffer& ext,
+                      const XString& outFilePath, std::vector<FileId>& parts, LogBase& log) {
+    bool outExists = false;
+    FileId out;
+    if (!FileSys::regularFileId(outFilePath, outExists, out, &log)) return false;
+    XString partPath;
+    for (int partNum = 1;; ++partNum) {
+        buildPartPath(srcDir, prefix, partNum, ext, partPath);
+        bool exists = false;
+        FileId id;
+        if (!FileSys::regularFileId(partPath, exists, id, &log)) return false;
+        if (!exists) return true;
+        if (outExists && id == out) {
+            logOutputIsPart(partPath, log);
+            return false;
+        }
+        parts.push_back(id);
+    }
 }
 
 // Appends parts 1, 2, ... to the output until the first part that cannot be opened. The
 // open of part 1 reports into the method's log (its absence is the failure); later opens
-// only probe for the end of the set, so their complaints go into a scratch log.
+// only probe for the end of the set, so their complaints go into a scratch log. A part that
+// turns out to be the output (made so after the check above) ends the join as a failure.
 bool joinParts(const XString& srcDir, const XString& prefix, const StringBuffer& ext,
-               _ovOutput& out, LogBase& log) {
+               const FileId& outId, _ovOutput& out, LogBase& log) {
     XString partPath;
     for (int partNum = 1;; ++partNum) {
         buildPartPath(srcDir, prefix, partNum, ext, partPath);
         _ovFileDataSource part;
         _ovLogger probeLog;
         if (!part.openDataSourceFile(partPath, partNum == 1 ? log : probeLog)) return partNum > 1;
+        if (part.fileId() == outId) {
+            logOutputIsPart(partPath, log);
+            return false;
+        }
         part.m_readAhead = false;
         long long count = 0;
         if (!part.copyToOutputPM(out, count, nullptr, log)) return false;
@@ -167,9 +232,13 @@ bool reassembleFile(const XString& srcDirPath, const XString& prefix, const XStr
     log.LogDataX("outFilePath", outFilePath);
     StringBuffer ext = normaliseExtension(splitExtension);
 
-    OutputPtr out(OutputFile::createFileUtf8(outFilePath.getUtf8(), log));
+    std::vector<FileId> parts;
+    if (!partsAreReadable(srcDirPath, prefix, ext, outFilePath, parts, log)) return false;
+    OutputPtr out(OutputFile::createFileUtf8(outFilePath.getUtf8(), log, &parts));
     if (!out) return false;
-    return joinParts(srcDirPath, prefix, ext, *out, log);
+    FileId outId;
+    if (!out->fileHandle()->fileId(outId, &log)) return false;
+    return joinParts(srcDirPath, prefix, ext, outId, *out, log);
 }
 
 }  // namespace

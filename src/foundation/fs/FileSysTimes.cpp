@@ -1,7 +1,10 @@
 // FileSys: time stamps and symbolic links.
+#if defined(__APPLE__)
+#include <sys/attr.h>
+#endif
+
 #include <cerrno>
 #include <string>
-#include <vector>
 
 #include "foundation/base/LogBase.h"
 #include "foundation/fs/FileSys.h"
@@ -28,6 +31,30 @@ bool setTimes(const XString& path, const struct timespec times[2], LogBase* log)
     if (sysCalls().utimensat(AT_FDCWD, path.getUtf8(), times, 0) == 0) return true;
     fsi::logSysFailure(log, "utimensat", path.getUtf8(), errno);
     return false;
+}
+
+// The creation time (following links, as the other setters do). Where the platform offers no
+// call for it, or the file system keeps no creation time, it is skipped with an information
+// line: the other times are still set.
+bool setCreateTime(const XString& path, const OrvaneFileTime& create, LogBase* log) {
+#if defined(__APPLE__)
+    struct attrlist attrs {};
+    attrs.bitmapcount = ATTR_BIT_MAP_COUNT;
+    attrs.commonattr = ATTR_CMN_CRTIME;
+    struct timespec ts = toTimespec(create);
+    if (sysCalls().setattrlist(path.getUtf8(), &attrs, &ts, sizeof ts, 0) == 0) return true;
+    if (errno != ENOTSUP && errno != EINVAL) {
+        fsi::logSysFailure(log, "setattrlist", path.getUtf8(), errno);
+        return false;
+    }
+    if (log) log->LogInfo("This file system keeps no creation time; it is left as it is.");
+    return true;
+#else
+    // POSIX offers no call that sets a birth time; the kernel sets it when the file is made.
+    (void)path, (void)create;
+    if (log) log->LogInfo("The creation time cannot be set on this system; it is left as it is.");
+    return true;
+#endif
 }
 
 }  // namespace
@@ -92,32 +119,24 @@ bool FileSys::setFileTimeGmt(const XString& path, const OrvaneFileTime& lastMod,
 bool FileSys::setFileTimeGmt_3(const XString& path, const OrvaneFileTime& create,
                                const OrvaneFileTime& lastAccess, const OrvaneFileTime& lastMod,
                                LogBase* log) {
-    (void)create;
-    if (!validTime(lastAccess) || !validTime(lastMod)) {
+    if (!validTime(create) || !validTime(lastAccess) || !validTime(lastMod)) {
         fsi::logSysFailure(log, "utimensat", path.getUtf8(), EINVAL);
         return false;
     }
-    // POSIX offers no call that sets a birth time; the kernel sets it when the file is made.
-    if (log) log->LogInfo("The creation time cannot be set on this system; it is left as it is.");
     struct timespec times[2] = {toTimespec(lastAccess), toTimespec(lastMod)};
-    return setTimes(path, times, log);
+    // The creation time last: some file systems move it back when a modification time
+    // before it is set.
+    return setTimes(path, times, log) && setCreateTime(path, create, log);
 }
 
 bool FileSys::symlinkTarget(const XString& link, XString& out, LogBase& log) {
-    std::vector<char> buf(256);
-    for (;;) {
-        ssize_t n = sysCalls().readlink(link.getUtf8(), buf.data(), buf.size());
-        if (n < 0) {
-            fsi::logSysFailure(&log, "readlink", link.getUtf8(), errno);
-            return false;
-        }
-        // A full buffer may mean the target was cut short: try again with more room.
-        if (static_cast<size_t>(n) < buf.size()) {
-            out.appendUtf8(std::string(buf.data(), static_cast<size_t>(n)).c_str());
-            return true;
-        }
-        buf.resize(buf.size() * 4);
+    std::string target;
+    if (!fsi::readLink(link.getUtf8(), target)) {
+        fsi::logSysFailure(&log, "readlink", link.getUtf8(), errno);
+        return false;
     }
+    out.appendUtf8(target.c_str());
+    return true;
 }
 
 bool FileSys::symlinkCreate(const XString& target, const XString& linkPath, LogBase& log) {
