@@ -3,17 +3,22 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <vector>
 
 #include "foundation/fs/SysCalls.h"
 
 namespace {
 
+struct Rule {
+    int at;
+    int err;
+    bool sticky;
+};
+
 struct State {
     bool active = false;
     int count[SysCallOverride::kCallCount] = {};
-    int failAt[SysCallOverride::kCallCount] = {};
-    int failErr[SysCallOverride::kCallCount] = {};
-    bool sticky[SysCallOverride::kCallCount] = {};
+    std::vector<Rule> rules[SysCallOverride::kCallCount];
     size_t maxTransfer = 0;
     bool interrupt = false;
     bool interruptedLast = false;
@@ -25,10 +30,13 @@ State g;
 // Counts the call; true (errno set) when it is to fail.
 bool injected(SysCallOverride::Call c) {
     int n = ++g.count[c];
-    int at = g.failAt[c];
-    if (at == 0 || n < at || (n > at && !g.sticky[c])) return false;
-    errno = g.failErr[c];
-    return true;
+    for (const Rule& r : g.rules[c]) {
+        if (n == r.at || (r.sticky && n > r.at)) {
+            errno = r.err;
+            return true;
+        }
+    }
+    return false;
 }
 
 size_t limit(size_t n) { return g.maxTransfer ? std::min(n, g.maxTransfer) : n; }
@@ -78,6 +86,19 @@ int wLstat(const char* p, struct stat* st) {
     return injected(SysCallOverride::Lstat) ? -1 : realSysCalls().lstat(p, st);
 }
 
+int wFchown(int fd, uid_t u, gid_t g) {
+    return injected(SysCallOverride::Fchown) ? -1 : realSysCalls().fchown(fd, u, g);
+}
+int wFchmod(int fd, mode_t m) {
+    return injected(SysCallOverride::Fchmod) ? -1 : realSysCalls().fchmod(fd, m);
+}
+int wFutimens(int fd, const struct timespec t[2]) {
+    return injected(SysCallOverride::Futimens) ? -1 : realSysCalls().futimens(fd, t);
+}
+int wSymlink(const char* target, const char* link) {
+    return injected(SysCallOverride::Symlink) ? -1 : realSysCalls().symlink(target, link);
+}
+
 }  // namespace
 
 SysCallOverride::SysCallOverride() {
@@ -97,6 +118,10 @@ SysCallOverride::SysCallOverride() {
     t.copy_file_range = wCopyFileRange;
     t.unlink = wUnlink;
     t.lstat = wLstat;
+    t.fchown = wFchown;
+    t.fchmod = wFchmod;
+    t.futimens = wFutimens;
+    t.symlink = wSymlink;
 }
 
 SysCallOverride::~SysCallOverride() {
@@ -105,9 +130,7 @@ SysCallOverride::~SysCallOverride() {
 }
 
 void SysCallOverride::failNth(Call which, int nth, int err, bool sticky) {
-    g.failAt[which] = g.count[which] + nth;
-    g.failErr[which] = err;
-    g.sticky[which] = sticky;
+    g.rules[which].push_back({g.count[which] + nth, err, sticky});
 }
 
 void SysCallOverride::limitTransfers(size_t maxBytes) { g.maxTransfer = maxBytes; }

@@ -11,7 +11,7 @@
 class SysCallOverride {
 public:
     enum Call { Open, Read, Pread, Write, Fsync, Rename, Ftruncate, Flock, CopyFileRange, Unlink,
-                Lstat, kCallCount };
+                Lstat, Fchown, Fchmod, Futimens, Symlink, kCallCount };
 
     SysCallOverride();
     ~SysCallOverride();
@@ -19,7 +19,8 @@ public:
     SysCallOverride& operator=(const SysCallOverride&) = delete;
 
     // The nth call (1-based, counted from now) of `which` fails with err; with `sticky`
-    // every later call fails too.
+    // every later call fails too. Several failures of one call may be planned; the first
+    // planned one that applies wins.
     void failNth(Call which, int nth, int err, bool sticky = false);
     // Reads and writes move at most maxBytes per call (0: no limit).
     void limitTransfers(size_t maxBytes);

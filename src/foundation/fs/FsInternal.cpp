@@ -270,7 +270,7 @@ int makeUniqueName(const std::string& dir, const std::string& prefix, const char
 int createUniqueFile(const std::string& dir, const std::string& prefix, const char* suffix,
                      mode_t mode, std::string& outPath) {
     return makeUniqueName(dir, prefix, suffix, outPath, [&](const char* candidate) {
-        return openRetry(candidate, O_WRONLY | O_CREAT | O_EXCL, mode);
+        return openRetry(candidate, O_RDWR | O_CREAT | O_EXCL, mode);
     });
 }
 

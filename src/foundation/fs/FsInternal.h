@@ -64,7 +64,8 @@ long long readFull(int fd, void* p, size_t n);
 // On failure errno is set and opName names the call that failed.
 bool copyFdToFd(int in, int out, long long& copied, const char*& opName);
 
-// Creates a new file dir/prefix<random><suffix> with O_EXCL and the given mode, for writing.
+// Creates a new file dir/prefix<random><suffix> with O_EXCL and the given mode, for reading
+// and writing.
 // Returns the descriptor (path in outPath), or -1 with errno set.
 int createUniqueFile(const std::string& dir, const std::string& prefix, const char* suffix,
                      mode_t mode, std::string& outPath);

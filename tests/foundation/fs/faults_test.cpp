@@ -1,5 +1,10 @@
 // Injected system-call faults: retried interruptions and short transfers stay invisible,
 // failed writes leave the old file and nothing stray.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -62,46 +67,112 @@ TEST_F(FaultTest, InterruptionsAndShortTransfersAreRetried) {
     }
 }
 
-TEST_F(FaultTest, FailedWritesKeepOldContentAndLeaveNothingStray) {
+// A write, copy or move over an existing file that fails at any step leaves that file as it
+// was and nothing new beside it. With a second hard link the file is rewritten in place,
+// behind a backup that is put back.
+TEST_F(FaultTest, FailedReplacementsKeepTheOldDestination) {
     const std::string old = "the old content", fresh = pattern(70000);
     using S = SysCallOverride;
-    // The call that fails, which one of its kind, and how.
-    const std::tuple<S::Call, int, int> cases[] = {
-        {S::Write, 1, ENOSPC}, {S::Write, 3, EIO},     {S::Fsync, 1, EIO},   {S::Fsync, 1, ENOSPC},
-        {S::Rename, 1, EIO},   {S::Rename, 1, ENOSPC}, {S::Open, 1, ENOSPC}, {S::Read, 2, EIO},
+    // Operation, the call that fails, which one of its kind, and how. Writes move 20000 bytes
+    // each, so the fresh content takes four. In place ("linked"), the backup's copy comes
+    // first; a failure after it puts the old content back.
+    const struct {
+        const char* op;
+        S::Call call;
+        int nth, err;
+        bool putBack = false;
+    } cases[] = {
+        {"write", S::Open, 1, ETXTBSY},  {"write", S::Open, 2, ENOSPC},
+        {"write", S::Write, 3, EIO},     {"write", S::Fchown, 1, EIO},
+        {"write", S::Fchmod, 1, EIO},    {"write", S::Fsync, 1, EIO},
+        {"write", S::Rename, 1, ENOSPC}, {"copy", S::Open, 2, EROFS}, 
+        {"copy", S::Open, 3, ENOSPC},    {"copy", S::Read, 2, EIO},
+        {"copy", S::Write, 1, EFBIG},    {"copy", S::Write, 4, ENOSPC},
+        {"copy", S::Fchown, 1, EIO},     {"copy", S::Fchmod, 1, EPERM},
+        {"copy", S::Fsync, 1, EIO},      {"copy", S::Rename, 1, EIO},
+        {"move", S::Open, 1, EACCES},    {"move", S::Open, 2, ENOSPC},
+        {"move", S::Write, 2, EFBIG},    {"move", S::Fchown, 1, EIO},
+        {"move", S::Fchmod, 1, EIO},     {"move", S::Futimens, 1, EIO},
+        {"move", S::Fsync, 1, EIO},      {"move", S::Rename, 2, ENOSPC},
+        {"linked write", S::Open, 2, ENOSPC},        {"linked write", S::Write, 1, EIO},
+        {"linked write", S::Fsync, 1, EIO},          {"linked write", S::Ftruncate, 1, EIO, true},
+        {"linked write", S::Write, 3, ENOSPC, true}, {"linked write", S::Fsync, 2, EIO, true},
+        {"linked copy", S::Read, 1, EIO},            {"linked copy", S::Write, 4, EFBIG, true},
     };
-    for (const auto& [call, nth, err] : cases) {
-        SCOPED_TRACE(std::to_string(call) + " " + std::to_string(nth) + " " + strerror(err));
-        // Copies (by read and write, without the kernel's copy) meet the read and write faults.
-        for (bool copy : {false, true}) {
-            if (copy ? call != S::Write && call != S::Read : call == S::Read) continue;
-            const std::string p = writeFile("target", old), src = writeFile("src", fresh);
-            _ovLogger log;
-            {
-                SysCallOverride o;
-                o.limitTransfers(20000);  // several writes, so that "later write" has a meaning
-                o.failNth(call, nth, err);
-                o.failNth(S::CopyFileRange, 1, ENOSYS, true);
-                EXPECT_FALSE(
-                    copy ? FileSys::copyFileX(x(src), x(path("dst")), false, &log)
-                         : FileSys::writeFileUtf8(p.c_str(), fresh.data(), fresh.size(), &log));
-                EXPECT_GE(o.calls(call), nth);
-            }
-            EXPECT_EQ(readFile(p), old);
-            EXPECT_EQ(entries(), 2u) << "only the source and the old target";
-            ASSERT_EQ(log.entries().size(), 1u) << log.text();
-            EXPECT_NE(log.text().find(strerror(err)), std::string::npos) << log.text();
+    for (const auto& [op, call, nth, err, putBack] : cases) {
+        SCOPED_TRACE(std::string(op) + " " + std::to_string(call) + " " +
+                     std::to_string(nth) + " " + strerror(err));
+        const std::string p = writeFile("target", old), src = writeFile("src", fresh);
+        const bool linked = std::string(op).rfind("linked", 0) == 0;
+        if (linked) {
+            ASSERT_EQ(link(p.c_str(), path("twin").c_str()), 0);
         }
+        _ovLogger log;
+        {
+            SysCallOverride o;
+            o.limitTransfers(20000);
+            o.failNth(S::CopyFileRange, 1, ENOSYS, true);  // read and write, one by one
+            if (std::string(op) == "move") o.failNth(S::Rename, 1, EXDEV);
+            o.failNth(call, nth, err);
+            const std::string kind = linked ? op + 7 : op;
+            EXPECT_FALSE(kind == "write"  ? FileSys::writeFileUtf8(p.c_str(), fresh.data(),
+                                                                   fresh.size(), &log)
+                         : kind == "copy" ? FileSys::copyFileX(x(src), x(p), false, &log)
+                                          : FileSys::moveFileX(x(src), x(p), &log));
+            EXPECT_GE(o.calls(call), nth);
+        }
+        EXPECT_TRUE(readFile(p) == old && (!linked || readFile(path("twin")) == old));
+        EXPECT_TRUE(readFile(src) == fresh);
+        EXPECT_EQ(entries(), linked ? 3u : 2u) << "only the source and the old target";
+        EXPECT_EQ(log.text().find(strerror(err)) != std::string::npos &&
+                      std::count_if(log.entries().begin(), log.entries().end(),
+                                    [](const LogEntry& e) { return e.kind == LogKind::Error; }),
+                  1)
+            << log.text();
+        EXPECT_EQ(log.contains("The old content was put back."), putBack) << log.text();
+        std::filesystem::remove(path("twin"));
     }
+}
+
+// When even the old content cannot be put back, the backup stays and the log says where.
+TEST_F(FaultTest, ABackupThatCannotBePutBackIsKept) {
+    const std::string old = "the old content", p = writeFile("target", old);
+    ASSERT_EQ(link(p.c_str(), path("twin").c_str()), 0);
+    _ovLogger log;
+    {
+        SysCallOverride o;
+        o.failNth(SysCallOverride::CopyFileRange, 1, ENOSYS, true);
+        o.failNth(SysCallOverride::Write, 2, EIO, true);  // the rewrite and the put-back
+        EXPECT_FALSE(FileSys::writeFileUtf8(p.c_str(), "new", 3, &log));
+    }
+    const std::string text = log.text(), mark = "The old content is kept in \"";
+    const size_t at = text.find(mark);
+    ASSERT_NE(at, std::string::npos) << text;
+    const std::string backup = text.substr(at + mark.size(), text.find('"', at + mark.size()) -
+                                                                 at - mark.size());
+    EXPECT_EQ(readFile(backup), old);
+    EXPECT_EQ(entries(), 3u);
 }
 
 TEST_F(FaultTest, MoveAcrossDevicesCopiesThenRemoves) {
     const std::string content = pattern(40000), src = writeFile("src", content);
+    ASSERT_EQ(chmod(src.c_str(), 0640) + symlink("nowhere", path("dangling").c_str()), 0);
+    const struct timespec times[2] = {{1500000000, 5}, {1600000000, 7}};
+    ASSERT_EQ(utimensat(AT_FDCWD, src.c_str(), times, 0), 0);
     SysCallOverride o;
     o.failNth(SysCallOverride::Rename, 1, EXDEV);
+    o.failNth(SysCallOverride::Rename, 3, EXDEV);
     _ovLogger log;
+    // A file keeps its bytes, mode and times; a dangling link arrives as the same link.
     ASSERT_TRUE(FileSys::moveFileX(x(src), x(path("dst")), &log)) << log.text();
-    EXPECT_EQ(readFile(path("dst")) + readFile(src), content + "<missing>");
+    ASSERT_TRUE(FileSys::moveFileX(x(path("dangling")), x(path("moved")), &log)) << log.text();
+    struct stat st {};
+    ASSERT_EQ(stat(path("dst").c_str(), &st), 0);
+    EXPECT_EQ(std::tuple(readFile(path("dst")) + readFile(src), st.st_mode & 07777,
+                         st.st_mtim.tv_sec, st.st_mtim.tv_nsec),
+              std::tuple(content + "<missing>", 0640u, 1600000000L, 7L));
+    EXPECT_EQ(std::filesystem::read_symlink(path("moved")), "nowhere");
+    EXPECT_EQ(entries(), 2u);
 }
 
 }  // namespace
