@@ -1,11 +1,15 @@
 #include "support/TestSupport.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <fstream>
 #include <filesystem>
 #include <iterator>
 #include <random>
 #include <sstream>
 
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "foundation/text/XString.h"
@@ -76,3 +80,25 @@ DataBuffer bufferOf(const std::string& bytes) {
 bool runningAsRoot() { return geteuid() == 0; }
 
 std::string testDataPath(const std::string& name) { return std::string(FA_TEST_DATA_DIR) + "/" + name; }
+
+int inChildProcess(const std::function<int()>& body) {
+    std::fflush(nullptr);
+    pid_t pid = fork();
+    if (pid < 0) return -1;
+    if (pid == 0) _exit(body());
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string makeDirOnOtherDevice(const std::string& near) {
+    char tmpl[] = "/dev/shm/fa-test-XXXXXX";
+    struct stat here {}, there {};
+    if (stat(near.c_str(), &here) != 0 || !mkdtemp(tmpl)) return "";
+    if (stat(tmpl, &there) != 0 || there.st_dev == here.st_dev) {
+        rmdir(tmpl);
+        return "";
+    }
+    return tmpl;
+}

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 #include "foundation/base/ClsBase.h"
@@ -46,6 +47,15 @@ DataBuffer bufferOf(const std::string& bytes);
 
 // True when the tests run with root's privileges (permission tests are skipped then).
 bool runningAsRoot();
+
+// A fresh directory of the caller's own on a memory file system (/dev/shm) that lies on
+// another device than `near`, or "" when there is none. The caller removes it.
+std::string makeDirOnOtherDevice(const std::string& near);
+
+// Runs `body` in a forked child process and returns its result as the child's exit status
+// (-1 when the child died of a signal). For tests that change what a process can do: its
+// root, its descriptor limit, its user. The body must not use GoogleTest assertions.
+int inChildProcess(const std::function<int()>& body);
 
 // Path of a file under tests/data.
 std::string testDataPath(const std::string& name);

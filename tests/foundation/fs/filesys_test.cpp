@@ -1,5 +1,5 @@
-// Named-path operations: existence, type, size, copy, tree deletion, temporary names, whole
-// files and time stamps.
+// Named-path operations: existence, type, size, copy, temporary names, whole files and time
+// stamps.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,30 +57,6 @@ TEST_F(FileSysTest, SizesOfSparseFilesAroundThe32BitLimit) {
         EXPECT_EQ(std::tuple(big, ok64, ok32), std::tuple(size, true, size < 2147483648LL));
         EXPECT_TRUE(ok32 ? small == size : log.text().find("64-bit") != std::string::npos)
             << log.text();
-    }
-}
-
-TEST_F(FileSysTest, DeleteTreeRemovesLinksButNothingOutside) {
-    for (const char* d : {"outside", "tree", "tree/sub", "tree/sub/deeper", "tree/empty"})
-        ASSERT_EQ(mkdir(path(d).c_str(), 0755), 0);
-    writeFile("outside/keep", "keep");
-    writeFile("outsideFile", "also keep");
-    ASSERT_EQ(chmod(writeFile("tree/sub/deeper/f2", "2").c_str(), 0), 0);
-    // Links into the outside at several depths, absolute and relative, and a link named as
-    // the tree itself.
-    const std::pair<std::string, const char*> links[] = {
-        {path("outside"), "tree/dirLink"},
-        {path("outsideFile"), "tree/sub/fileLink"},
-        {"../../../outside", "tree/sub/deeper/relLink"},
-        {path("outside"), "treeLink"}};
-    for (const auto& [target, name] : links)
-        ASSERT_EQ(symlink(target.c_str(), path(name).c_str()), 0);
-    FileMatchingSpec spec;
-    _ovLogger log;
-    for (const char* root : {"tree", "treeLink"}) {
-        ASSERT_TRUE(FileSys::deleteTreeUtf8(path(root).c_str(), spec, log)) << log.text();
-        EXPECT_EQ(type(path(root), true), PathType::None);
-        EXPECT_EQ(readFile(path("outside/keep")) + readFile(path("outsideFile")), "keepalso keep");
     }
 }
 
