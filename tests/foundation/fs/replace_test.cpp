@@ -1,0 +1,168 @@
+// Replacing a file respects the old one: owner, group and mode stay, in place where they
+// could not otherwise; a file the caller may not write is not replaced; names of 255 bytes
+// can be rewritten; a move to another file system keeps what mv keeps.
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <tuple>
+
+#include "foundation/fs/FileSys.h"
+#include "foundation/fs/FsInternal.h"
+#include "support/SysCallOverride.h"
+#include "support/TestSupport.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uid_t kUser = 4321, kOther = 4322;
+constexpr gid_t kGroup = 4321, kForeignGroup = 4323;
+
+class ReplaceTest : public TempDirTest {
+  protected:
+    static XString x(const std::string& s) { return XString(s.c_str()); }
+    static struct stat statOf(const std::string& p) {
+        struct stat st {};
+        lstat(p.c_str(), &st);
+        return st;
+    }
+    static size_t entries(const std::string& d) {
+        auto it = fs::directory_iterator(d);
+        return static_cast<size_t>(std::distance(it, fs::directory_iterator()));
+    }
+};
+
+// Each row rewrites or copies over `target` (owned as given), as root or, in a child, as an
+// unprivileged user who is not in the file's group.
+TEST_F(ReplaceTest, OwnerGroupAndModeAreKept) {
+    if (!runningAsRoot()) GTEST_SKIP() << "giving files away and dropping to a user need root";
+    const struct {
+        const char* what;
+        bool copy, asUser;
+        uid_t uid;
+        gid_t gid;
+        mode_t mode;
+        bool linked, dirWritable;
+        bool ok, inPlace;
+        mode_t modeAfter;
+    } cases[] = {
+        {"root rewrites a user's file", false, false, kUser, kGroup, 0640, false, true, true,
+         false, 0640},
+        {"root copies over a user's file", true, false, kUser, kGroup, 0600, false, true, true,
+         false, 0755},
+        {"root rewrites a file with two links", false, false, 0, 0, 0604, true, true, true, true,
+         0604},
+        {"a user rewrites own file of a foreign group", false, true, kUser, kForeignGroup, 0664,
+         false, true, true, true, 0664},
+        {"a user rewrites another's writable file", false, true, kOther, kGroup, 0666, false,
+         true, true, true, 0666},
+        {"a user copies over another's writable file", true, true, kOther, kGroup, 0666, false,
+         true, true, true, 0666},
+        {"a user rewrites own file where no new file may go", false, true, kUser, kGroup, 0600,
+         false, false, true, true, 0600},
+        {"a user may not write another's file", false, true, kOther, kGroup, 0644, false, true,
+         false, true, 0644},
+    };
+    const std::string src = writeFile("src", "new bytes");
+    ASSERT_EQ(chmod(src.c_str(), 0755) + chmod(dir().c_str(), 0755), 0);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string d = path(c.dirWritable ? "open" : "closed"), target = d + "/target";
+        fs::remove_all(d);
+        ASSERT_TRUE(fs::create_directory(d));
+        writeFile(target.substr(dir().size() + 1), "old bytes");
+        ASSERT_EQ((c.linked ? link(target.c_str(), (d + "/twin").c_str()) : 0) +
+                      chmod(d.c_str(), c.dirWritable ? 0777 : 0755) +
+                      chown(target.c_str(), c.uid, c.gid) + chmod(target.c_str(), c.mode),
+                  0);
+        const ino_t before = statOf(target).st_ino;
+        const int status = inChildProcess([&] {
+            if (c.asUser && (setgroups(0, nullptr) != 0 || setgid(kGroup) != 0 ||
+                             setuid(kUser) != 0))
+                return 100;
+            _ovLogger log;
+            bool ok = c.copy ? FileSys::copyFileX(x(src), x(target), false, &log)
+                             : FileSys::writeFileUtf8(target.c_str(), "new bytes", 9, &log);
+            if (ok != c.ok) std::fprintf(stderr, "%s\n", log.text().c_str());
+            return ok ? 0 : 1;
+        });
+        EXPECT_EQ(status, c.ok ? 0 : 1);
+        const struct stat after = statOf(target);
+        EXPECT_EQ(std::tuple(readFile(target), after.st_uid, after.st_gid, after.st_mode & 07777,
+                             after.st_ino == before),
+                  std::tuple(std::string(c.ok ? "new bytes" : "old bytes"), c.uid, c.gid,
+                             c.modeAfter, c.inPlace));
+        EXPECT_EQ(readFile(d + "/twin"), c.linked ? "new bytes" : "<missing>");
+        EXPECT_EQ(entries(d), c.linked ? 2u : 1u) << "no scratch file left";
+    }
+}
+
+// Every name that can be opened can be rewritten: the scratch name beside it is cut to fit,
+// at a character boundary.
+TEST_F(ReplaceTest, NamesOf255BytesAreRewritten) {
+    std::string cjk, accents(1, 'x');
+    for (int i = 0; i < 85; ++i) cjk += "\xE6\x97\xA5";   // 3 bytes each
+    for (int i = 0; i < 127; ++i) accents += "\xC3\xA9";  // 2 bytes each, after one
+    for (const std::string& name : {std::string(255, 'n'), cjk, accents}) {
+        SCOPED_TRACE(name.substr(0, 12));
+        ASSERT_EQ(name.size(), 255u);
+        const std::string p = path(name), moved = path(name.substr(0, 254) + "m");
+        _ovLogger log;
+        ASSERT_TRUE(FileSys::writeFileUtf8(p.c_str(), "first", 5, &log)) << log.text();
+        ASSERT_TRUE(FileSys::writeFileUtf8(p.c_str(), "second", 6, &log)) << log.text();
+        writeFile("src", "copied");
+        ASSERT_TRUE(FileSys::copyFileX(x(path("src")), x(p), false, &log)) << log.text();
+        {
+            SysCallOverride o;
+            o.failNth(SysCallOverride::Rename, 1, EXDEV);
+            ASSERT_TRUE(FileSys::moveFileX(x(p), x(moved), &log)) << log.text();
+        }
+        EXPECT_EQ(readFile(moved), "copied");
+        EXPECT_EQ(entries(dir()), 2u);
+        fs::remove(moved);
+        const std::string prefix = fsi::scratchPrefixFor(p);
+        EXPECT_LE(prefix.size() + 12 + 4, 255u);
+        EXPECT_EQ(name.compare(0, prefix.size() - 2, prefix, 1, prefix.size() - 2), 0);
+        EXPECT_NE(static_cast<unsigned char>(name[prefix.size() - 2]) & 0xC0, 0x80u);
+    }
+}
+
+// A real move between file systems, both ways: a file keeps its bytes, mode and times, over
+// an existing file too; links keep their target text, dangling or not.
+TEST_F(ReplaceTest, MovesToAnotherFileSystem) {
+    const std::string other = makeDirOnOtherDevice(dir());
+    if (other.empty()) GTEST_SKIP() << "no memory file system on another device (/dev/shm)";
+    const std::string file = writeFile("file", "moved bytes");
+    ASSERT_EQ(chmod(file.c_str(), 0640) + symlink("no/such", path("dangling").c_str()) +
+                  symlink(file.c_str(), path("link").c_str()),
+              0);
+    const struct timespec times[2] = {{1500000000, 5}, {1600000000, 7}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+    std::FILE* existing = std::fopen((other + "/file").c_str(), "w");
+    ASSERT_NE(existing, nullptr);
+    std::fclose(existing);
+    _ovLogger log;
+    for (const char* name : {"file", "dangling", "link"}) {
+        SCOPED_TRACE(name);
+        for (const auto& [from, to] : {std::pair(path(name), other + "/" + name),
+                                       std::pair(other + "/" + name, path(name))}) {
+            ASSERT_TRUE(FileSys::moveFileX(x(from), x(to), &log)) << log.text();
+            EXPECT_FALSE(fs::exists(fs::symlink_status(from)));
+        }
+    }
+    const struct stat st = statOf(file);
+    EXPECT_EQ(std::tuple(readFile(file), st.st_mode & 07777, st.st_mtim.tv_sec, st.st_mtim.tv_nsec),
+              std::tuple(std::string("moved bytes"), 0640u, 1600000000L, 7L));
+    EXPECT_EQ(fs::read_symlink(path("dangling")), "no/such");
+    EXPECT_EQ(fs::read_symlink(path("link")), file);
+    EXPECT_EQ(entries(other), 0u);
+    fs::remove(other);
+}
+
+}  // namespace
