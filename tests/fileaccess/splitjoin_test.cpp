@@ -2,6 +2,7 @@
 // round trips, the logged values, and what is left on disk after each kind of failure.
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -142,6 +143,43 @@ TEST_F(SplitJoinTest, ReassemblyStopsAtTheFirstMissingPart) {
     fs::remove(dest + "/p1.bin");
     EXPECT_CALL_FAILS(fa, join(dest, "p", "bin", out));
     EXPECT_EQ(readFile(out), "");
+}
+
+// A part that is the input of a split, or a reassembly's output that is one of its parts,
+// whatever name reaches it, is refused before anything is read, written or emptied.
+TEST_F(SplitJoinTest, APartThatIsTheInputOrOutputIsRefused) {
+    const std::string d = makeDir("d"), in = writeFile("in", patternBytes(1000));
+    for (const char* part : {"1:one-", "2:two-", "3:three"})
+        writeFile(std::string("d/q") + part[0] + ".bin", part + 2);
+    fs::create_hard_link(in, d + "/p2.bin");
+    fs::create_symlink(d + "/q2.bin", path("toPart2"));
+    fs::create_hard_link(d + "/q3.bin", path("linkedPart3"));
+    const struct {
+        const char* what;
+        std::function<bool()> call;
+        const char* refusal;
+    } cases[] = {
+        {"split whose first part is its input",
+         [&] { return split(d + "/q1.bin", "q", "bin", 3, d); }, "is the file being split."},
+        {"split whose second part is its input", [&] { return split(in, "p", "bin", 300, d); },
+         "is the file being split."},
+        {"join into its first part", [&] { return join(d, "q", "bin", d + "/q1.bin"); },
+         "itself."},
+        {"join through a link to a part", [&] { return join(d, "q", "bin", path("toPart2")); },
+         "itself."},
+        {"join into a second name of a part",
+         [&] { return join(d, "q", "bin", path("linkedPart3")); }, "itself."},
+    };
+    const std::string before = listing(d);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_CALL_FAILS(fa, c.call());
+        EXPECT_NE(lastLog(fa).find(c.refusal), std::string::npos) << lastLog(fa);
+        EXPECT_EQ(listing(d), before);
+        EXPECT_EQ(readFile(d + "/q1.bin") + readFile(d + "/q2.bin") + readFile(d + "/q3.bin") +
+                      readFile(in),
+                  "one-two-three" + patternBytes(1000));
+    }
 }
 
 }  // namespace
