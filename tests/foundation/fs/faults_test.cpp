@@ -85,7 +85,7 @@ TEST_F(FaultTest, FailedReplacementsKeepTheOldDestination) {
         {"write", S::Open, 1, ETXTBSY},  {"write", S::Open, 2, ENOSPC},
         {"write", S::Write, 3, EIO},     {"write", S::Fchown, 1, EIO},
         {"write", S::Fchmod, 1, EIO},    {"write", S::Fsync, 1, EIO},
-        {"write", S::Rename, 1, ENOSPC}, {"copy", S::Open, 2, EROFS}, 
+        {"write", S::Rename, 1, ENOSPC}, {"copy", S::Open, 2, EROFS},
         {"copy", S::Open, 3, ENOSPC},    {"copy", S::Read, 2, EIO},
         {"copy", S::Write, 1, EFBIG},    {"copy", S::Write, 4, ENOSPC},
         {"copy", S::Fchown, 1, EIO},     {"copy", S::Fchmod, 1, EPERM},

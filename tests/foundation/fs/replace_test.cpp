@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 constexpr uid_t kUser = 4321, kOther = 4322;
 constexpr gid_t kGroup = 4321, kForeignGroup = 4323;
 
-class ReplaceTest : public TempDirTest {
+class FileReplaceTest : public TempDirTest {
   protected:
     static XString x(const std::string& s) { return XString(s.c_str()); }
     static struct stat statOf(const std::string& p) {
@@ -40,7 +40,7 @@ class ReplaceTest : public TempDirTest {
 
 // Each row rewrites or copies over `target` (owned as given), as root or, in a child, as an
 // unprivileged user who is not in the file's group.
-TEST_F(ReplaceTest, OwnerGroupAndModeAreKept) {
+TEST_F(FileReplaceTest, OwnerGroupAndModeAreKept) {
     if (!runningAsRoot()) GTEST_SKIP() << "giving files away and dropping to a user need root";
     const struct {
         const char* what;
@@ -105,7 +105,7 @@ TEST_F(ReplaceTest, OwnerGroupAndModeAreKept) {
 
 // Every name that can be opened can be rewritten: the scratch name beside it is cut to fit,
 // at a character boundary.
-TEST_F(ReplaceTest, NamesOf255BytesAreRewritten) {
+TEST_F(FileReplaceTest, NamesOf255BytesAreRewritten) {
     std::string cjk, accents(1, 'x');
     for (int i = 0; i < 85; ++i) cjk += "\xE6\x97\xA5";   // 3 bytes each
     for (int i = 0; i < 127; ++i) accents += "\xC3\xA9";  // 2 bytes each, after one
@@ -135,7 +135,7 @@ TEST_F(ReplaceTest, NamesOf255BytesAreRewritten) {
 
 // A real move between file systems, both ways: a file keeps its bytes, mode and times, over
 // an existing file too; links keep their target text, dangling or not.
-TEST_F(ReplaceTest, MovesToAnotherFileSystem) {
+TEST_F(FileReplaceTest, MovesToAnotherFileSystem) {
     const std::string other = makeDirOnOtherDevice(dir());
     if (other.empty()) GTEST_SKIP() << "no memory file system on another device (/dev/shm)";
     const std::string file = writeFile("file", "moved bytes");
