@@ -154,25 +154,4 @@ TEST_F(FaultTest, ABackupThatCannotBePutBackIsKept) {
     EXPECT_EQ(entries(), 3u);
 }
 
-TEST_F(FaultTest, MoveAcrossDevicesCopiesThenRemoves) {
-    const std::string content = pattern(40000), src = writeFile("src", content);
-    ASSERT_EQ(chmod(src.c_str(), 0640) + symlink("nowhere", path("dangling").c_str()), 0);
-    const struct timespec times[2] = {{1500000000, 5}, {1600000000, 7}};
-    ASSERT_EQ(utimensat(AT_FDCWD, src.c_str(), times, 0), 0);
-    SysCallOverride o;
-    o.failNth(SysCallOverride::Rename, 1, EXDEV);
-    o.failNth(SysCallOverride::Rename, 3, EXDEV);
-    _ovLogger log;
-    // A file keeps its bytes, mode and times; a dangling link arrives as the same link.
-    ASSERT_TRUE(FileSys::moveFileX(x(src), x(path("dst")), &log)) << log.text();
-    ASSERT_TRUE(FileSys::moveFileX(x(path("dangling")), x(path("moved")), &log)) << log.text();
-    struct stat st {};
-    ASSERT_EQ(stat(path("dst").c_str(), &st), 0);
-    EXPECT_EQ(std::tuple(readFile(path("dst")) + readFile(src), st.st_mode & 07777,
-                         st.st_mtim.tv_sec, st.st_mtim.tv_nsec),
-              std::tuple(content + "<missing>", 0640u, 1600000000L, 7L));
-    EXPECT_EQ(std::filesystem::read_symlink(path("moved")), "nowhere");
-    EXPECT_EQ(entries(), 2u);
-}
-
 }  // namespace
