@@ -156,27 +156,26 @@ TEST_F(TreeTest, ChangesSwappedInAtAnyMomentLeadNowhere) {
     static int s_calls, s_at;
     static bool s_removingRoot, s_swappedBeforeRootRemoval;
     static std::function<void()> s_swap;
-    const auto tick = [] {
+    static const auto tick = [] {
         if (++s_calls != s_at) return;
         s_swappedBeforeRootRemoval = s_removingRoot;
         s_swap();
     };
-    static void (*s_tick)() = tick;
     struct Restore {
         ~Restore() { sysCalls() = realSysCalls(); }
     } restore;
     SysCalls& t = sysCalls();
     t.openat = [](int d, const char* p, int f, mode_t m) {
-        return s_tick(), realSysCalls().openat(d, p, f, m);
+        return tick(), realSysCalls().openat(d, p, f, m);
     };
     t.fstatat = [](int d, const char* p, struct stat* st, int f) {
-        return s_tick(), realSysCalls().fstatat(d, p, st, f);
+        return tick(), realSysCalls().fstatat(d, p, st, f);
     };
     t.unlinkat = [](int d, const char* p, int f) {
         s_removingRoot = (f & AT_REMOVEDIR) && std::string(p) == "t";
-        return s_tick(), realSysCalls().unlinkat(d, p, f);
+        return tick(), realSysCalls().unlinkat(d, p, f);
     };
-    t.readdir = [](DIR* d) { return s_tick(), realSysCalls().readdir(d); };
+    t.readdir = [](DIR* d) { return tick(), realSysCalls().readdir(d); };
     const std::function<void()> swaps[] = {
         [&] {
             rename(path("t/a/b").c_str(), path("t/aside").c_str());
