@@ -76,7 +76,9 @@ TEST_F(SpecialFileTest, ContentMethodsRefuseThemAtOnce) {
         const std::string special = path("s1.x");
         fs::remove(special);
         if (!make(sp.type, special)) {
-            ADD_FAILURE() << "cannot make " << sp.kind << ": " << strerror(errno);
+            // Only a device node needs privileges.
+            EXPECT_TRUE(sp.type == S_IFCHR && !runningAsRoot())
+                << sp.kind << ": " << strerror(errno);
             continue;
         }
         XString s = X(special), f = X(plain), d = X(dir()), pd = X(parts), copy = X(path("copy")),
@@ -133,7 +135,9 @@ TEST_F(SpecialFileTest, ContentMethodsRefuseThemAtOnce) {
 // opened; a device opens as usual.
 TEST_F(SpecialFileTest, CurrentFileOpensNeverBlock) {
     const std::string fifo = path("fifo"), sock = path("sock"), dev = path("null");
-    ASSERT_TRUE(make(S_IFIFO, fifo) && make(S_IFSOCK, sock) && make(S_IFCHR, dev));
+    ASSERT_TRUE(make(S_IFIFO, fifo) && make(S_IFSOCK, sock));
+    const bool haveDevice = make(S_IFCHR, dev);  // needs privileges
+    EXPECT_TRUE(haveDevice || !runningAsRoot());
     using Open = bool (ClsFileAccess::*)(XString&);
     const struct {
         Open open;
@@ -146,6 +150,7 @@ TEST_F(SpecialFileTest, CurrentFileOpensNeverBlock) {
         {&ClsFileAccess::OpenForRead, dev, 0},       {&ClsFileAccess::OpenForWrite, dev, 0},
     };
     for (const auto& c : cases) {
+        if (c.path == dev && !haveDevice) continue;
         SCOPED_TRACE(c.path + " code " + std::to_string(c.code));
         XString p = X(c.path);
         EXPECT_EQ((fa.*c.open)(p), c.code == 0) << lastLog(fa);
