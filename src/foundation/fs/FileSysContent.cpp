@@ -66,6 +66,9 @@ OrvaneHandle* openWith(const XString& path, int flags, bool lockFile, bool exclu
         fsi::logSysFailure(log, "ftruncate", p, errno);
         return nullptr;
     }
+    // A regular file keeps its position in the handle, so that seeks cost no system call;
+    // appends must go where the descriptor puts them.
+    if (S_ISREG(st.st_mode) && !(flags & O_APPEND)) h.trackPosition(nullptr);
     OrvaneHandle* out = new (std::nothrow) OrvaneHandle();
     if (!out) {
         errorCode = openErrorCodeFromErrno(ENOMEM);

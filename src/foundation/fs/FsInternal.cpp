@@ -184,6 +184,21 @@ long long readFull(int fd, void* p, size_t n) {
     return static_cast<long long>(got);
 }
 
+long long preadFull(int fd, void* p, size_t n, long long off) {
+    char* dest = static_cast<char*>(p);
+    size_t got = 0;
+    while (got < n) {
+        ssize_t r = sysCalls().pread(fd, dest + got, n - got, static_cast<off_t>(off + got));
+        if (r < 0) {
+            if (errno == EINTR) continue;
+            return -1;
+        }
+        if (r == 0) break;
+        got += static_cast<size_t>(r);
+    }
+    return static_cast<long long>(got);
+}
+
 bool copyFdToFd(int in, int out, long long& copied, const char*& opName) {
     copied = 0;
     bool kernel = true;

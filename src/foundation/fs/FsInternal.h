@@ -58,6 +58,8 @@ bool writeAll(int fd, const void* p, size_t n);
 // Reads up to n bytes from fd at its position, over EINTR and short reads, stopping only at
 // the end of the file. Returns the count, or -1 with errno set.
 long long readFull(int fd, void* p, size_t n);
+// As readFull, from offset off; fd's own offset does not move.
+long long preadFull(int fd, void* p, size_t n, long long off);
 
 // Copies everything from in's position to out's position, through the kernel where it can
 // (copy_file_range) and with read and write where it cannot. copied receives the count.

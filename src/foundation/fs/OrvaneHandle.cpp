@@ -12,40 +12,88 @@ bool noFile(LogBase* log, const char* op) {
     return false;
 }
 
+bool statHeld(int fd, struct stat& st, LogBase* log) {
+    if (fd < 0) return noFile(log, "fstat");
+    if (sysCalls().fstat(fd, &st) == 0) return true;
+    fsi::logSysFailure(log, "fstat", nullptr, errno);
+    return false;
+}
+
+bool seekFailed(LogBase* log, int err) {
+    fsi::logSysFailure(log, "seek", nullptr, err);
+    return false;
+}
+
 }  // namespace
 
-OrvaneHandle::OrvaneHandle(OrvaneHandle&& other) noexcept : m_fd(other.m_fd) { other.m_fd = -1; }
+OrvaneHandle::OrvaneHandle(OrvaneHandle&& other) noexcept {
+    takeHandle(other);
+}
 
 OrvaneHandle& OrvaneHandle::operator=(OrvaneHandle&& other) noexcept {
     if (this != &other) takeHandle(other);
     return *this;
 }
 
-OrvaneHandle::~OrvaneHandle() { closeHandle(); }
+OrvaneHandle::~OrvaneHandle() {
+    closeHandle();
+}
 
 void OrvaneHandle::closeHandle() {
-    if (m_fd < 0) return;
-    fsi::closeFd(m_fd);
+    if (m_fd >= 0) fsi::closeFd(m_fd);
     m_fd = -1;
+    m_tracked = false;
+    m_pos = 0;
+    m_placed = true;
 }
 
 void OrvaneHandle::takeHandle(OrvaneHandle& other) {
     if (this == &other) return;
     closeHandle();
-    m_fd = other.m_fd;
-    other.m_fd = -1;
+    m_fd = std::exchange(other.m_fd, -1);
+    m_tracked = std::exchange(other.m_tracked, false);
+    m_pos = std::exchange(other.m_pos, 0);
+    m_placed = std::exchange(other.m_placed, true);
 }
 
-int OrvaneHandle::release() { return std::exchange(m_fd, -1); }
+int OrvaneHandle::release() {
+    place(nullptr);
+    m_tracked = false;
+    m_pos = 0;
+    m_placed = true;
+    return std::exchange(m_fd, -1);
+}
+
+bool OrvaneHandle::trackPosition(LogBase* log) {
+    if (m_fd < 0) return noFile(log, "tell");
+    off_t pos = sysCalls().lseek(m_fd, 0, SEEK_CUR);
+    if (pos < 0) return seekFailed(log, errno);
+    m_tracked = true;
+    m_pos = pos;
+    m_placed = true;
+    return true;
+}
+
+bool OrvaneHandle::place(LogBase* log) {
+    if (!m_tracked || m_placed || m_fd < 0) return true;
+    if (sysCalls().lseek(m_fd, static_cast<off_t>(m_pos), SEEK_SET) < 0)
+        return seekFailed(log, errno);
+    m_placed = true;
+    return true;
+}
 
 bool OrvaneHandle::readBytesToBuf32(void* dest, unsigned n, unsigned& numRead, bool& eof,
                                     LogBase* log) {
     numRead = 0;
     if (m_fd < 0) return noFile(log, "read");
-    long long got = fsi::readFull(m_fd, dest, n);
+    long long got = m_tracked ? fsi::preadFull(m_fd, dest, n, m_pos) : fsi::readFull(m_fd, dest, n);
     if (got < 0) {
         fsi::logSysFailure(log, "read", nullptr, errno);
         return false;
+    }
+    if (m_tracked && got > 0) {
+        m_pos += got;
+        m_placed = false;
     }
     numRead = static_cast<unsigned>(got);
     eof = numRead < n;
@@ -56,50 +104,62 @@ bool OrvaneHandle::preadBytes(void* dest, unsigned n, long long offset, unsigned
                               bool& eof, LogBase* log) {
     numRead = 0;
     if (m_fd < 0) return noFile(log, "pread");
-    if (offset < 0) {
-        fsi::logSysFailure(log, "pread", nullptr, EINVAL);
+    long long got = offset < 0 ? (errno = EINVAL, -1) : fsi::preadFull(m_fd, dest, n, offset);
+    if (got < 0) {
+        fsi::logSysFailure(log, "pread", nullptr, errno);
         return false;
     }
-    char* p = static_cast<char*>(dest);
-    unsigned got = 0;
-    while (got < n) {
-        ssize_t r = sysCalls().pread(m_fd, p + got, n - got, static_cast<off_t>(offset + got));
-        if (r < 0) {
-            if (errno == EINTR) continue;
-            fsi::logSysFailure(log, "pread", nullptr, errno);
-            return false;
-        }
-        if (r == 0) break;
-        got += static_cast<unsigned>(r);
-    }
-    numRead = got;
-    eof = got < n;
+    numRead = static_cast<unsigned>(got);
+    eof = numRead < n;
     return true;
 }
 
 bool OrvaneHandle::writeBytes(const void* src, unsigned n, LogBase* log) {
     if (m_fd < 0) return noFile(log, "write");
     if (n == 0) return true;
-    if (fsi::writeAll(m_fd, src, n)) return true;
-    fsi::logSysFailure(log, "write", nullptr, errno);
+    if (!place(log)) return false;
+    if (fsi::writeAll(m_fd, src, n)) {
+        if (m_tracked) m_pos += n;
+        return true;
+    }
+    const int err = errno;
+    // Part of the bytes may have gone: the descriptor knows where it now stands.
+    if (m_tracked) {
+        off_t pos = sysCalls().lseek(m_fd, 0, SEEK_CUR);
+        if (pos >= 0) m_pos = pos;
+        m_placed = pos >= 0;
+    }
+    fsi::logSysFailure(log, "write", nullptr, err);
     return false;
+}
+
+bool OrvaneHandle::moveTo(long long base, long long delta, LogBase* log) {
+    long long pos = 0;
+    if (__builtin_add_overflow(base, delta, &pos)) return seekFailed(log, EOVERFLOW);
+    if (pos < 0) return seekFailed(log, EINVAL);
+    if (pos != m_pos) m_placed = false;
+    m_pos = pos;
+    return true;
 }
 
 bool OrvaneHandle::setFilePointerAbsolute(long long pos, LogBase* log) {
     if (m_fd < 0) return noFile(log, "seek");
-    if (pos < 0 || sysCalls().lseek(m_fd, static_cast<off_t>(pos), SEEK_SET) < 0) {
-        fsi::logSysFailure(log, "seek", nullptr, pos < 0 ? EINVAL : errno);
-        return false;
-    }
+    if (m_tracked) return moveTo(0, pos, log);
+    if (pos < 0 || sysCalls().lseek(m_fd, static_cast<off_t>(pos), SEEK_SET) < 0)
+        return seekFailed(log, pos < 0 ? EINVAL : errno);
     return true;
 }
 
 bool OrvaneHandle::setFilePointerRelative(long long delta, LogBase* log, bool fromEnd) {
     if (m_fd < 0) return noFile(log, "seek");
-    if (sysCalls().lseek(m_fd, static_cast<off_t>(delta), fromEnd ? SEEK_END : SEEK_CUR) < 0) {
-        fsi::logSysFailure(log, "seek", nullptr, errno);
-        return false;
+    if (m_tracked) {
+        if (!fromEnd) return moveTo(m_pos, delta, log);
+        struct stat st;
+        if (sysCalls().fstat(m_fd, &st) != 0) return seekFailed(log, errno);
+        return moveTo(static_cast<long long>(st.st_size), delta, log);
     }
+    if (sysCalls().lseek(m_fd, static_cast<off_t>(delta), fromEnd ? SEEK_END : SEEK_CUR) < 0)
+        return seekFailed(log, errno);
     return true;
 }
 
@@ -108,21 +168,11 @@ long long OrvaneHandle::ftell64(LogBase* log) {
         noFile(log, "tell");
         return -1;
     }
+    if (m_tracked) return m_pos;
     off_t pos = sysCalls().lseek(m_fd, 0, SEEK_CUR);
     if (pos < 0) fsi::logSysFailure(log, "tell", nullptr, errno);
     return pos < 0 ? -1 : static_cast<long long>(pos);
 }
-
-namespace {
-
-bool statHeld(int fd, struct stat& st, LogBase* log) {
-    if (fd < 0) return noFile(log, "fstat");
-    if (sysCalls().fstat(fd, &st) == 0) return true;
-    fsi::logSysFailure(log, "fstat", nullptr, errno);
-    return false;
-}
-
-}  // namespace
 
 long long OrvaneHandle::fileSize64(LogBase* log) {
     struct stat st;

@@ -4,6 +4,14 @@
 // transfers, the end of the file, or an error. Positions are 64-bit. Every failure writes
 // one line naming the operation and the system's reason into the log given (none into a
 // null log). The destructor closes what the handle still owns.
+//
+// A handle may keep its file position itself (trackPosition): a seek then only records the
+// new position, checked as lseek would check it; reads are positioned reads from it; the
+// descriptor's own offset is placed only before a call that depends on it (a write, or
+// handing the descriptor over with release). What callers see is the same as with the
+// descriptor's offset: the position each operation leaves, the bytes read and written, the
+// errors. For regular files opened without O_APPEND, where every system call saved counts
+// (a record scan moves the position several times per record).
 #pragma once
 
 #include "foundation/base/LogBase.h"
@@ -20,13 +28,19 @@ public:
     virtual ~OrvaneHandle();
 
     bool isHandleOpen() const { return m_fd >= 0; }
+    // The descriptor. With a tracked position its offset need not be the handle's position.
     int fd() const { return m_fd; }
     // Closes the held file; harmless when none.
     void closeHandle();
-    // This handle closes its own file, then owns other's; other owns none.
+    // This handle closes its own file, then owns other's (with its position); other owns none.
     void takeHandle(OrvaneHandle& other);
-    // Gives up ownership without closing; returns the descriptor.
+    // Gives up ownership without closing; returns the descriptor, its offset placed at the
+    // handle's position.
     int release();
+    // From now on the handle keeps the position itself, starting from the descriptor's
+    // offset. Only for a file that can seek and is not open for appending.
+    bool trackPosition(LogBase* log);
+    bool tracksPosition() const { return m_tracked; }
 
     // Reads up to n bytes at the current position into dest and advances past them.
     // numRead is set; fewer than n only at the end of the file. eof is set true when fewer
@@ -53,5 +67,15 @@ public:
     bool flush(LogBase* log);
 
 private:
+    // Puts the descriptor's offset at the tracked position (a no-op when it is there).
+    bool place(LogBase* log);
+    // A seek of a tracked handle: the new position from a base and a delta, or a failure
+    // as lseek would report it.
+    bool moveTo(long long base, long long delta, LogBase* log);
+
     int m_fd = -1;
+    bool m_tracked = false;
+    // With a tracked position: the position, and whether the descriptor's offset equals it.
+    long long m_pos = 0;
+    bool m_placed = true;
 };
