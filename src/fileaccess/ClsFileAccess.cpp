@@ -3,10 +3,12 @@
 
 #include <new>
 
+#include "fileaccess/MarkerSearch.h"
 #include "foundation/fs/FileSys.h"
 
 ClsFileAccess::ClsFileAccess()
-    : m_endOfFile(false),
+    : m_scanMarkers(std::make_unique<fragments::Markers>()),
+      m_endOfFile(false),
       m_lockFileOnOpen(false),
       m_fileOpenError(0),
       m_fragmentScanOffset(0) {}

@@ -13,6 +13,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "fileaccess/ShortcutInfo.h"
@@ -25,6 +27,10 @@
 #include "foundation/text/DataBuffer.h"
 #include "foundation/text/StringBuffer.h"
 #include "foundation/text/XString.h"
+
+namespace fragments {
+class Markers;
+}
 
 class ClsFileAccess : public ClsBase {
 public:
@@ -128,6 +134,17 @@ public:
     // ----- records between markers; shortcut files -----
     int ReadNextFragment(bool startAtBeginning, XString& beginMarker, XString& endMarker,
                          XString& charset, ClsStringBuilder& sb);
+    // Hands onFragment exactly the records that successive ReadNextFragment calls (the first
+    // with startAtBeginning) would append to fresh builders, and leaves the scan offset, the
+    // end-of-file flag and the file position as those calls would. Stops after maxCount
+    // records (no limit when 0 or less), after a record for which onFragment returns false,
+    // or where the next call would return 0 or -1. Returns the number of records handed over,
+    // or -1 when the calls would have ended with -1 (records handed over before stay handed
+    // over). The text passed is valid during the call only; onFragment must not call methods
+    // of this object. Reads the file in large blocks, so a record costs no system call.
+    int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker,
+                      XString& endMarker, XString& charset,
+                      const std::function<bool(const XString& fragment)>& onFragment);
     static bool readShortcut(XString& path, _ovShortcutInfo& info, LogBase& log);
     static bool parseableShortcut(XString& path, LogBase& log);
 
@@ -149,15 +166,16 @@ private:
     int countBlocks(int blockSize);
     int readNextFragment(bool startAtBeginning, XString& beginMarker, XString& endMarker,
                          XString& charset, ClsStringBuilder& sb);
+    bool prepareFragmentScan(bool startAtBeginning, XString& beginMarker, XString& endMarker,
+                             XString& charset);
+    bool placeAtScanOffset();
+    void releaseLargeFragment();
     // The fragment reader's chunk and fragment buffers, kept between calls so that a scan of
     // many small records allocates nothing per record.
     DataBuffer m_scanChunk;
     DataBuffer m_scanFragment;
-    // The markers as the last call converted them, and the charset and texts they came from
-    // (joined with NULs), reused while the same ones come again.
-    std::string m_scanMarkerKey;
-    DataBuffer m_scanBeginBytes;
-    DataBuffer m_scanEndBytes;
+    // The markers as the last call converted them, reused while the same ones come again.
+    std::unique_ptr<fragments::Markers> m_scanMarkers;
 
     // The three flags read by lock-free accessors are atomics (relaxed): a reader on another
     // thread sees either the old or the new value, never a torn one. Everything else is

@@ -189,10 +189,12 @@ bool XString::setFromEncoding(const unsigned char* bytes, unsigned n, const char
 bool XString::appendFromEncodingDb(const DataBuffer& bytes, const char* charsetName) {
     _ovCharset cs;
     if (!cs.setByName(charsetName)) return false;
-    std::string text;
-    if (!decodeAppend(cs, bytes.getData2(), bytes.getSize(), text)) return false;
-    m_utf8.append(text);
-    return true;
+    return appendFromEncoding(cs, bytes.getData2(), bytes.getSize());
+}
+
+bool XString::appendFromEncoding(const _ovCharset& charset, const unsigned char* bytes,
+                                 unsigned n) {
+    return decodeAppend(charset, bytes, n, m_utf8.str());
 }
 
 bool XString::setFromDb_cp(int codePage, const DataBuffer& bytes, LogBase* log) {

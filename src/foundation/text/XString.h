@@ -63,6 +63,9 @@ public:
     bool setFromEncoding(const unsigned char* bytes, unsigned n, const char* charsetName);
     // Appends the text decoded from the bytes; false (text unchanged) on failure.
     bool appendFromEncodingDb(const DataBuffer& bytes, const char* charsetName);
+    // As appendFromEncodingDb, with the charset already selected: for callers that decode
+    // many pieces in one charset.
+    bool appendFromEncoding(const _ovCharset& charset, const unsigned char* bytes, unsigned n);
     // Sets the text from bytes in a code page; nothing is logged into a null log.
     bool setFromDb_cp(int codePage, const DataBuffer& bytes, LogBase* log);
 
