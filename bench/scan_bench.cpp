@@ -1,21 +1,19 @@
-// Timing of ReadNextFragment and of block reads, each against its peers in the same run.
+// Timing of the record readers and of block reads, each against its peers in the same run.
 //
 // Usage: scan_bench [dir] [MiB] [blockMiB]   (defaults: $TMPDIR or /tmp, 256, 1024)
 //
-// Records: for records <rec id="N">...</rec> of about 100 bytes, 1 KiB and 16 KiB, a file of
-// MiB mebibytes is scanned to its end by
-//   grep -c '<rec'                    (a line count, the speed of a plain pass over the file)
-//   xmllint --stream --noout          (a streaming XML parse)
-//   floor                             (per record one pread of 65,536 bytes at the record's
-//                                      offset and two memmem searches: the least work any
-//                                      reader that rereads a chunk per record must do)
-//   ReadNextFragment "<rec" exact     (the exact marker; chunks fetched lazily)
-//   ReadNextFragment "<rec>" variants (the tag form: the exact marker is absent, so every
-//                                      chunk is read and searched whole before the variant)
-// Blocks: ReadBlock of 64 KiB blocks in order over a blockMiB file against dd bs=64k.
-// The page cache is warm for all; each figure is the best of two runs, wall clock and
-// processor time (the latter is the fairer one on a busy machine). Output: readable
-// lines and "ROW name ours_s peer peer_s how" lines for bench/run_all.sh. Files are removed.
+// Records: files of MiB mebibytes of records <rec id="N">...</rec> (so a tag marker meets its
+// form with attributes) of about 100 bytes, 1 KiB and 16 KiB, each scanned to its end by
+//   grep -c '<rec'                 a line count: the speed of one plain pass over the file
+//   xmllint --stream --noout       a streaming XML parse
+//   ReadNextFragment, one call per record, with the marker "<rec" and the tag marker "<rec>"
+//   ScanFragments, with a consumer that only counts, with both markers
+// Blocks: GetNumBlocks and ReadBlock of 64 KiB blocks in order over a blockMiB file against
+// dd bs=64k.
+// The page cache is warm for all. The contenders run by turns, three rounds, so that each meets
+// the machine in the same state; each figure is the median of the three, wall clock and
+// processor time (the fairer one on a busy machine). Output: readable lines and
+// "ROW name ours_s peer peer_s how" lines for bench/run_all.sh. Files are removed.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -27,14 +25,14 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fileaccess/ClsFileAccess.h"
 
 namespace {
 
-constexpr unsigned kChunk = 65536;
-constexpr int kRuns = 2;
+constexpr int kRounds = 3;
 
 // Processor seconds (user + system) of this process and of its finished children.
 double cpuSeconds() {
@@ -48,25 +46,41 @@ double cpuSeconds() {
     return total;
 }
 
-// Wall-clock seconds of the best run; `cpu` gets the processor seconds of the best run too.
-// The machine may be shared, so both are reported.
-double bestSeconds(const std::function<long long()>& work, long long& count, double& cpu) {
-    double best = 1e30;
-    cpu = 1e30;
-    for (int i = 0; i < kRuns; ++i) {
-        const double cpu0 = cpuSeconds();
-        const auto start = std::chrono::steady_clock::now();
-        count = work();
-        best = std::min(
-            best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-        cpu = std::min(cpu, cpuSeconds() - cpu0);
-    }
-    return best;
-}
-
 void fail(const std::string& what) {
     std::fprintf(stderr, "scan_bench: %s\n", what.c_str());
     std::exit(1);
+}
+
+double median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+// One contender: a job that returns what it counted, the count it must return (-1: any),
+// and its times.
+struct Contender {
+    Contender(std::string n, std::function<long long()> j, long long e)
+        : name(std::move(n)), job(std::move(j)), expect(e) {}
+    std::string name;
+    std::function<long long()> job;
+    long long expect;
+    std::vector<double> wall, cpu;
+};
+
+// Runs every contender once per round, in turn, checking its count.
+void race(std::vector<Contender>& all) {
+    for (int round = 0; round < kRounds; ++round) {
+        for (Contender& c : all) {
+            const double cpu0 = cpuSeconds();
+            const auto start = std::chrono::steady_clock::now();
+            const long long n = c.job();
+            c.wall.push_back(
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+            c.cpu.push_back(cpuSeconds() - cpu0);
+            if (c.expect >= 0 && n != c.expect)
+                fail(c.name + " counted " + std::to_string(n) + ", not " + std::to_string(c.expect));
+        }
+    }
 }
 
 // A well-formed document of records of about recordSize bytes; returns the record count.
@@ -102,28 +116,7 @@ long long shellCount(const std::string& cmd) {
     return n;
 }
 
-// One pread of a chunk at each record's offset and two memmem searches.
-long long floorScan(const std::string& path) {
-    const int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) fail("cannot open " + path);
-    std::vector<char> chunk(kChunk);
-    long long pos = 0, n = 0;
-    for (;;) {
-        const ssize_t got = pread(fd, chunk.data(), kChunk, pos);
-        if (got <= 0) break;
-        const char* b = static_cast<const char*>(memmem(chunk.data(), got, "<rec", 4));
-        if (!b) break;
-        const char* e =
-            static_cast<const char*>(memmem(b + 1, chunk.data() + got - (b + 1), "</rec>", 6));
-        if (!e) break;
-        pos += (e + 6) - chunk.data();
-        ++n;
-    }
-    close(fd);
-    return n;
-}
-
-long long fragmentScan(const std::string& path, const char* begin) {
+long long singleCalls(const std::string& path, const char* begin) {
     ClsFileAccess fa;
     XString p(path.c_str()), b(begin), e("</rec>"), cs("utf-8");
     if (!fa.OpenForRead(p)) fail("OpenForRead failed");
@@ -134,6 +127,18 @@ long long fragmentScan(const std::string& path, const char* begin) {
         sb.m_str.clear();
     }
     return n;
+}
+
+long long oneScan(const std::string& path, const char* begin) {
+    ClsFileAccess fa;
+    XString p(path.c_str()), b(begin), e("</rec>"), cs("utf-8");
+    if (!fa.OpenForRead(p)) fail("OpenForRead failed");
+    long long n = 0;
+    const int got = fa.ScanFragments(false, 0, b, e, cs, [&](const XString&) {
+        ++n;
+        return true;
+    });
+    return got == n ? n : -1;
 }
 
 long long blockScan(const std::string& path, int blockSize) {
@@ -151,47 +156,44 @@ long long blockScan(const std::string& path, int blockSize) {
 }
 
 void row(const std::string& name, double ours, const std::string& peer, double peerS) {
-    std::printf("ROW %s %.6f %s %.6f best_of_%d\n", name.c_str(), ours, peer.c_str(), peerS, kRuns);
+    std::printf("ROW %s %.6f %s %.6f median_of_%d_by_turns\n", name.c_str(), ours, peer.c_str(),
+                peerS, kRounds);
 }
 
-void report(const char* what, double s, double cpu, long long records, double mib) {
-    std::printf("  %-26s %7.3f s %11.0f records/s %8.1f MB/s   cpu %7.3f s %8.1f MB/s\n", what, s,
-                records / s, mib * 1.048576 / s, cpu, mib * 1.048576 / cpu);
+void report(const Contender& c, double mib, long long records) {
+    const double s = median(c.wall), cpu = median(c.cpu);
+    std::printf("  %-28s %7.3f s %11.0f records/s %8.1f MB/s   cpu %7.3f s\n", c.name.c_str(), s,
+                records / s, mib * 1.048576 / s, cpu);
 }
 
 void benchRecords(const std::string& dir, size_t recordSize, unsigned mib) {
     const std::string path = dir + "/fa-scan-" + std::to_string(recordSize) + ".xml";
     const long long records = writeRecords(path, recordSize, size_t{mib} << 20);
     shellCount("cat '" + path + "' > /dev/null; echo 0");
-    long long n = 0;
-    double cGrep, cXml, cFloor, cExact, cTag;
     std::printf("records of %zu bytes, %u MiB, %lld records\n", recordSize, mib, records);
-    const double grep =
-        bestSeconds([&] { return shellCount("grep -c '<rec' '" + path + "'"); }, n, cGrep);
-    // The root element's line counts too.
-    if (n != records + 1) fail("grep counted " + std::to_string(n));
-    report("grep -c '<rec'", grep, cGrep, records, mib);
-    const double xml = bestSeconds(
-        [&] { return shellCount("xmllint --stream --noout '" + path + "' && echo 0"); }, n, cXml);
-    report("xmllint --stream", xml, cXml, records, mib);
-    const double floor = bestSeconds([&] { return floorScan(path); }, n, cFloor);
-    if (n != records) fail("floor counted " + std::to_string(n));
-    report("floor (pread + 2 memmem)", floor, cFloor, records, mib);
-    const double exact = bestSeconds([&] { return fragmentScan(path, "<rec"); }, n, cExact);
-    if (n != records) fail("ReadNextFragment <rec counted " + std::to_string(n));
-    report("ReadNextFragment <rec", exact, cExact, records, mib);
-    const double tag = bestSeconds([&] { return fragmentScan(path, "<rec>"); }, n, cTag);
-    if (n != records) fail("ReadNextFragment <rec> counted " + std::to_string(n));
-    report("ReadNextFragment <rec>", tag, cTag, records, mib);
-    std::printf(
-        "  speed relative to the floor: exact %.2f (cpu %.2f), tag variants %.2f (cpu %.2f)\n",
-        floor / exact, cFloor / cExact, floor / tag, cFloor / cTag);
-    const std::string size =
-        std::to_string(recordSize) + "B_records_" + std::to_string(mib) + "MiB";
-    row("ReadNextFragment_exact_" + size, exact, "floor_pread+memmem", floor);
-    row("ReadNextFragment_tag_" + size, tag, "floor_pread+memmem", floor);
-    row("ReadNextFragment_exact_vs_grep_" + size, exact, "grep_-c", grep);
-    row("ReadNextFragment_exact_vs_xmllint_" + size, exact, "xmllint_--stream", xml);
+    std::vector<Contender> all = {
+        // The root element's line counts too.
+        {"grep -c '<rec'", [&] { return shellCount("grep -c '<rec' '" + path + "'"); },
+         records + 1},
+        {"xmllint --stream",
+         [&] { return shellCount("xmllint --stream --noout '" + path + "' && echo 0"); }, 0},
+        {"ReadNextFragment <rec", [&] { return singleCalls(path, "<rec"); }, records},
+        {"ReadNextFragment <rec>", [&] { return singleCalls(path, "<rec>"); }, records},
+        {"ScanFragments <rec", [&] { return oneScan(path, "<rec"); }, records},
+        {"ScanFragments <rec>", [&] { return oneScan(path, "<rec>"); }, records},
+    };
+    race(all);
+    for (const Contender& c : all) report(c, mib, records);
+    const double grep = median(all[0].wall), xml = median(all[1].wall);
+    const std::string size = std::to_string(recordSize) + "B_records_" + std::to_string(mib) + "MiB";
+    for (size_t i = 2; i < all.size(); ++i) {
+        std::string name = all[i].name;
+        for (char& ch : name) ch = ch == ' ' ? '_' : ch;
+        std::printf("  %-28s %.2f times xmllint --stream\n", all[i].name.c_str(),
+                    median(all[i].wall) / xml);
+        row(name + "_" + size, median(all[i].wall), "xmllint_--stream", xml);
+        row(name + "_vs_grep_" + size, median(all[i].wall), "grep_-c", grep);
+    }
     std::remove(path.c_str());
 }
 
@@ -202,18 +204,19 @@ void benchBlocks(const std::string& dir, unsigned mib) {
         fail("cannot make " + path);
     }
     shellCount("cat '" + path + "' > /dev/null; echo 0");
-    long long n = 0;
-    double cDd, cOurs;
-    const double dd = bestSeconds(
-        [&] {
-            return shellCount("dd if='" + path + "' of=/dev/null bs=64k 2>/dev/null && echo 0");
-        },
-        n, cDd);
-    const double ours = bestSeconds([&] { return blockScan(path, 65536); }, n, cOurs);
-    if (n != (static_cast<long long>(mib) << 20)) fail("ReadBlock read " + std::to_string(n));
+    std::vector<Contender> all = {
+        {"dd bs=64k",
+         [&] {
+             return shellCount("dd if='" + path + "' of=/dev/null bs=64k 2>/dev/null && echo 0");
+         },
+         0},
+        {"ReadBlock", [&] { return blockScan(path, 65536); }, static_cast<long long>(mib) << 20},
+    };
+    race(all);
+    const double dd = median(all[0].wall), ours = median(all[1].wall);
     std::printf("blocks of 64 KiB over %u MiB\n", mib);
     std::printf("  dd bs=64k %.3f s (cpu %.3f), ReadBlock %.3f s (cpu %.3f), ratio ours/dd %.2f\n",
-                dd, cDd, ours, cOurs, ours / dd);
+                dd, median(all[0].cpu), ours, median(all[1].cpu), ours / dd);
     row("ReadBlock_64KiB_" + std::to_string(mib) + "MiB", ours, "dd_bs=64k", dd);
     std::remove(path.c_str());
 }
