@@ -16,8 +16,32 @@ void checkEncoding(const std::string& name) {
     if (!probe.encodeDB(name.c_str(), text)) throw UsageError("unknown encoding '" + name + "'");
 }
 
+// The records of a scan, printed or counted as they come, with progress on request.
+class RecordSink {
+  public:
+    RecordSink(Invocation& inv, int64_t total)
+        : m_inv(inv), m_countOnly(inv.has("count")), m_total(total), m_progress(inv.ctx, "scan") {}
+
+    void take(const XString& record) {
+        ++m_count;
+        m_bytes += record.getSizeUtf8();
+        if (!m_countOnly) m_inv.ctx.out << record.view() << '\n';
+        if (m_progress.active())
+            m_progress.update(std::to_string(m_count) + " records, " + fraction(m_bytes, m_total));
+    }
+    int64_t count() const { return m_count; }
+    void finish() { m_progress.finish(); }
+
+  private:
+    Invocation& m_inv;
+    const bool m_countOnly;
+    const int64_t m_total;
+    Progress m_progress;
+    int64_t m_count = 0;
+    int64_t m_bytes = 0;
+};
+
 int runScan(Invocation& inv) {
-    bool countOnly = inv.has("count");
     int64_t limit = inv.has("limit") ? parseInt(inv.get("limit", ""), "limit", 0, INT64_MAX) : -1;
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
@@ -27,31 +51,34 @@ int runScan(Invocation& inv) {
     int64_t total = fa.FileSize64(path);
     if (!fa.OpenForRead(path)) return inv.finish(fa, false, "could not open '" + inv.args[0] + "'");
 
-    Progress progress(inv.ctx, "scan");
-    ClsStringBuilder sb;
-    int64_t count = 0;
-    int64_t bytes = 0;
+    RecordSink sink(inv, total);
     int rc = 1;
     std::string log;
-    while (limit < 0 || count < limit) {
-        sb.m_str.clear();
-        rc = fa.ReadNextFragment(count == 0, begin, end, charset, sb);
+    const bool tag = begin.beginsWithUtf8("<", false) && begin.endsWithUtf8(">", false);
+    if (!tag && limit != 0) {
+        // One call for the whole file; the consumer stops it at the limit.
+        rc = fa.ScanFragments(true, 0, begin, end, charset, [&](const XString& record) {
+            sink.take(record);
+            return limit < 0 || sink.count() < limit;
+        });
+        if (inv.ctx.verbose) log = logText(fa);
+    }
+    while (tag && (limit < 0 || sink.count() < limit)) {
+        ClsStringBuilder sb;
+        rc = fa.ReadNextFragment(sink.count() == 0, begin, end, charset, sb);
         // The reader does not clear the log between calls; keep only what --verbose needs.
         if (inv.ctx.verbose) log += logText(fa);
         if (rc != 1) break;
-        ++count;
-        bytes += sb.m_str.getSizeUtf8();
-        if (!countOnly) inv.ctx.out << sb.m_str.view() << '\n';
-        progress.update(std::to_string(count) + " records, " + fraction(bytes, total));
+        sink.take(sb.m_str);
     }
-    progress.finish();
+    sink.finish();
     if (rc < 0) {
-        inv.ctx.err << "fatool scan: could not read record " << count + 1 << " of '" << inv.args[0]
-                    << "'\n";
+        inv.ctx.err << "fatool scan: could not read record " << sink.count() + 1 << " of '"
+                    << inv.args[0] << "'\n";
         inv.printLog(logText(fa));
         return kExitFailed;
     }
-    if (countOnly) inv.ctx.out << count << '\n';
+    if (inv.has("count")) inv.ctx.out << sink.count() << '\n';
     if (inv.ctx.verbose) inv.printLog(log);
     return kExitOk;
 }

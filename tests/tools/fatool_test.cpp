@@ -95,6 +95,8 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
         {"join -d @ -p p -e dat ignored @k.bin", 0, "joined 1 parts", {}, true},
         {"scan @r.xml <rec> </rec>", 0, "<rec id=\"1\">one</rec>\n<rec n=\"2\">two</rec>\n"},
         {"scan --count -c utf-16le @w.txt [ ]", 0, "2\n"},
+        {"scan --limit 1 @r.xml <rec </rec>", 0, "<rec id=\"1\">one</rec>\n"},
+        {"scan --limit 0 @r.xml <rec </rec>", 0, ""},
         {"replace @t.txt cat ox", 0, "3\n"},
         {"replace @t.txt cat ox", 0, "0\n"},  // none left is no failure
         {"blocks @d.bin 300", 0, "4\n"},
