@@ -74,7 +74,7 @@ TEST_F(PositionTest, KeptPositionActsAsTheDescriptors) {
         ASSERT_TRUE(openUntracked(reference, plain));
         std::mt19937 rng(seed);
         for (int step = 0; step < 60; ++step) {
-            const unsigned op = rng() % 7, a = rng(), b = rng();
+            const unsigned op = rng() % 8, a = rng(), b = rng();
             SCOPED_TRACE("step " + std::to_string(step) + " op " + std::to_string(op));
             ASSERT_EQ(apply(fa, op, a, b), apply(reference, op, a, b));
         }
