@@ -55,6 +55,16 @@ std::string apply(ClsFileAccess& obj, unsigned op, unsigned a, unsigned b) {
         case 5:
             seen = std::to_string(obj.AppendText(text, cs));
             break;
+        case 6: {
+            std::string records;
+            const int n = obj.ScanFragments(a % 4 == 0, static_cast<int>(b % 4), begin, end, cs,
+                                            [&](const XString& rec) {
+                                                records += rec.getUtf8();
+                                                return true;
+                                            });
+            seen = std::to_string(n) + records;
+            break;
+        }
         default:
             seen = std::to_string(obj.Truncate());
             break;
