@@ -99,8 +99,15 @@ bool WindowChunk::refill() {
     m_windowLength = keep;
     unsigned got = 0;
     bool eof = false;
-    if (!m_handle.preadBytes(m_window + keep, kWindowSize - keep, m_start + keep, got, eof, &m_log))
-        return false;
+    // A read error further ahead must not fail the records before it, which single calls
+    // would have returned: when the whole window cannot be read, only the chunk is.
+    _ovLogger ahead;
+    if (!m_handle.preadBytes(m_window + keep, kWindowSize - keep, m_start + keep, got, eof,
+                             &ahead)) {
+        if (!m_handle.preadBytes(m_window + keep, kChunkSize - keep, m_start + keep, got, eof,
+                                 &m_log))
+            return false;
+    }
     m_windowLength += got;
     m_windowAtEnd = eof;
     return true;

@@ -1,12 +1,14 @@
 // ReadNextFragment: records between markers, scanned in 65,536-byte chunks.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <fstream>
 #include <vector>
 #include <random>
 #include <string>
 
 #include "fileaccess/LogProbe.h"
+#include "foundation/fs/SysCalls.h"
 
 namespace {
 
@@ -274,5 +276,31 @@ TEST_F(FragmentTest, ScanGivesWhatSingleCallsGive) {
         ASSERT_TRUE(fa.FileRead(16, at1) && single.FileRead(16, at2));
         ASSERT_EQ(bytesOf(at1), bytesOf(at2));
     }
+}
+
+// A read error far ahead costs the scan only the records near it: every record ending more
+// than a chunk before the bad spot is handed over, as single calls would return it.
+long long g_badAt;
+TEST_F(FragmentTest, AReadErrorAheadCostsOnlyTheRecordsNearIt) {
+    std::string file;
+    for (int i = 0; file.size() < 3000000; ++i) file += "<r>" + std::to_string(i) + "</r>\n";
+    openWith(file);
+    g_badAt = 2000000;
+    sysCalls().pread = [](int fd, void* p, size_t n, off_t off) {
+        if (off + static_cast<long long>(n) > g_badAt) return errno = EIO, ssize_t{-1};
+        return realSysCalls().pread(fd, p, n, off);
+    };
+    XString b("<r>"), e("</r>"), cs("utf-8");
+    std::string got;
+    const int n = fa.ScanFragments(true, 0, b, e, cs, [&](const XString& rec) {
+        got += rec.getUtf8();
+        got += '\n';
+        return true;
+    });
+    sysCalls().pread = realSysCalls().pread;
+    EXPECT_EQ(n, -1);
+    EXPECT_TRUE(logHas("Failed to read next chunk.")) << lastLog(fa);
+    EXPECT_EQ(file.compare(0, got.size(), got), 0);
+    EXPECT_GT(static_cast<long long>(got.size()), g_badAt - 2 * static_cast<long long>(kChunk));
 }
 

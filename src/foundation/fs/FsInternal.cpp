@@ -169,11 +169,16 @@ bool writeAll(int fd, const void* p, size_t n) {
     return true;
 }
 
-long long readFull(int fd, void* p, size_t n) {
+namespace {
+
+// Calls transfer(dest, want, done) until n bytes have come or it delivers none (the end),
+// over EINTR and short transfers. The count, or -1 with errno set.
+template <class Transfer>
+long long transferFull(void* p, size_t n, Transfer transfer) {
     char* dest = static_cast<char*>(p);
     size_t got = 0;
     while (got < n) {
-        ssize_t r = sysCalls().read(fd, dest + got, n - got);
+        ssize_t r = transfer(dest + got, n - got, got);
         if (r < 0) {
             if (errno == EINTR) continue;
             return -1;
@@ -184,19 +189,18 @@ long long readFull(int fd, void* p, size_t n) {
     return static_cast<long long>(got);
 }
 
+}  // namespace
+
+long long readFull(int fd, void* p, size_t n) {
+    return transferFull(p, n, [&](char* dest, size_t want, size_t) {
+        return sysCalls().read(fd, dest, want);
+    });
+}
+
 long long preadFull(int fd, void* p, size_t n, long long off) {
-    char* dest = static_cast<char*>(p);
-    size_t got = 0;
-    while (got < n) {
-        ssize_t r = sysCalls().pread(fd, dest + got, n - got, static_cast<off_t>(off + got));
-        if (r < 0) {
-            if (errno == EINTR) continue;
-            return -1;
-        }
-        if (r == 0) break;
-        got += static_cast<size_t>(r);
-    }
-    return static_cast<long long>(got);
+    return transferFull(p, n, [&](char* dest, size_t want, size_t done) {
+        return sysCalls().pread(fd, dest, want, static_cast<off_t>(off + done));
+    });
 }
 
 bool copyFdToFd(int in, int out, long long& copied, const char*& opName) {
