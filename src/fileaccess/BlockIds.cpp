@@ -1,8 +1,14 @@
 // Block identifiers and whole files read as encoded text.
 //
 // Both turn bytes into text through the buffer layer's binary-to-text encoder.
+#include <cstdint>
+#include <memory>
+#include <new>
+
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
+#include "foundation/fs/DataSource.h"
+#include "foundation/text/Encodings.h"
 
 namespace {
 
@@ -35,15 +41,47 @@ bool genBlockId(int index, int length, const XString& encoding, XString& out, Lo
     return false;
 }
 
-// The output holds whatever the encoder made; only the load decides the result.
-bool readBinaryToEncoded(const XString& path, const XString& encoding, XString& out, LogBase& log) {
+// Blocks of the input: whole groups of every encoding (3 bytes for base64, 5 for base32),
+// so that encoding them one by one gives the text of one encoding of the whole.
+constexpr unsigned kEncodeBlock = 15u << 16;
+// Tag identifying the block's reservation in a memory-failure log entry.
+constexpr int kEncodeAllocTag = 1095;
+
+// Reads the file block by block and encodes each block onto the output, which is reserved
+// once from the file's size: the output is the only allocation that grows with the file.
+// Only the read decides the result: an encoding the encoder does not know, or text too long
+// for it, leaves the output empty, as one encoding of the whole would.
+bool readBinaryToEncoded(const XString& path, const XString& name, XString& out,
+                         LogBase& log) {
     out.clear();
-    DataBuffer data;
-    if (!data.loadFileUtf8(path.getUtf8(), &log)) return false;
-    log.LogDataLong("fileSize", static_cast<long>(data.getSize()));
-    // Encoded straight into the output's own UTF-8 bytes: the text of a large file is not
-    // copied a second time.
-    data.encodeDB(encoding.getUtf8(), out.getUtf8Sb_rw());
+    _ovFileDataSource src;
+    if (!src.openDataSourceFile(path, log)) return false;
+    std::unique_ptr<unsigned char[]> block(new (std::nothrow) unsigned char[kEncodeBlock]);
+    if (!block) {
+        log.MemoryAllocFailed(kEncodeAllocTag, kEncodeBlock);
+        return false;
+    }
+    BlockEncoder encoder;
+    bool encoding = encoder.select(name.getUtf8());
+    StringBuffer& text = out.getUtf8Sb_rw();
+    const uint64_t bound = encoder.textBound(static_cast<uint64_t>(src.getFileSize64(nullptr)));
+    if (encoding && bound <= UINT32_MAX) text.str().reserve(static_cast<size_t>(bound));
+    long long total = 0;
+    for (bool last = false; !last;) {
+        unsigned got = 0;
+        if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kEncodeBlock, got, nullptr,
+                              log)) {
+            out.clear();
+            return false;
+        }
+        total += got;
+        last = got < kEncodeBlock;
+        if (encoding && !encoder.append(block.get(), got, last, text)) {
+            encoding = false;
+            out.clear();
+        }
+    }
+    log.LogDataInt64("fileSize", total);
     return true;
 }
 

@@ -1,29 +1,42 @@
 // Replacing every occurrence of a string inside a file.
 //
-// The work is done on the file's bytes: both strings are converted to the file's encoding
-// and replaced as byte sequences in the whole file, held in one buffer. The file is written
-// back (atomically, by the buffer's save) only when something was replaced, so a search
-// that finds nothing leaves the file and its time stamps alone.
+// The work is done on the file's bytes, as a stream: both strings are converted to the file's
+// encoding and replaced as byte sequences, left to right, block by block, so memory does not
+// depend on the file's size and files of any size can be handled. The file is first read only
+// as far as its first occurrence: a file without one is left alone (same inode, same times).
+// Otherwise it is rewritten through the file-system layer's careful rewrite, which keeps its
+// owner, group and mode.
+#include <cerrno>
+#include <climits>
+#include <memory>
+#include <new>
+
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
+#include "foundation/fs/DataSource.h"
+#include "foundation/fs/FileSys.h"
 #include "foundation/text/Charset.h"
+#include "foundation/text/StreamReplace.h"
 
 namespace {
 
+constexpr unsigned kBlock = 1u << 20;
+// Tag identifying the block's reservation in a memory-failure log entry.
+constexpr int kBlockAllocTag = 1090;
+
 // A byte-order mark at the start of a file of at least 4 bytes decides its encoding over
 // the caller's charset; the mark itself stays in the data. 0 when there is none.
-int markedCodePage(const DataBuffer& data) {
-    if (data.getSize() < 4) return 0;
-    const unsigned char* p = data.getData2();
+int markedCodePage(const unsigned char* p, unsigned n) {
+    if (n < 4) return 0;
     if (p[0] == 0xFF && p[1] == 0xFE) return CodePage::Utf16LE;
     if (p[0] == 0xFE && p[1] == 0xFF) return CodePage::Utf16BE;
     if (p[0] == 0x00 && p[1] == 0x00 && p[2] == 0xFE && p[3] == 0xFF) return CodePage::Utf32BE;
     return 0;
 }
 
-void chooseCharset(const DataBuffer& data, const XString& charsetName, _ovCharset& cs,
-                   LogBase& log) {
-    if (int cp = markedCodePage(data)) {
+void chooseCharset(const unsigned char* head, unsigned n, const XString& charsetName,
+                   _ovCharset& cs, LogBase& log) {
+    if (int cp = markedCodePage(head, n)) {
         cs.setByCodePage(cp);
         return;
     }
@@ -49,27 +62,61 @@ bool convertStrings(const XString& str1, const XString& str2, const _ovCharset& 
     return ok;
 }
 
-// Replaces in memory and saves when something changed. Logs "n"; the count, or -1.
-int replaceAndSave(DataBuffer& data, const DataBuffer& find, const DataBuffer& repl,
-                   const XString& path, LogBase& log) {
-    int n =
-        data.replaceAllOccurances(find.getData2(), find.getSize(), repl.getData2(), repl.getSize());
-    if (n < 0) log.LogError("Unable to replace: the result does not fit in memory.");
-    log.LogDataLong("n", n);
-    if (n < 1) return n;
-    return data.saveToFileUtf8(path.getUtf8(), &log) ? n : -1;
+StreamReplacer replacerFor(const DataBuffer& find, const DataBuffer& repl) {
+    return StreamReplacer(find.getData2(), find.getSize(), repl.getData2(), repl.getSize());
 }
 
-// The whole operation inside the method's frame. A file that cannot be loaded ends it at
-// once, without "n" or an outcome line.
+// Reads on, from the first block already read, until an occurrence turns up or the file ends.
+// False on a read error.
+bool occurs(_ovFileDataSource& src, unsigned char* block, unsigned got, StreamReplacer& probe,
+            LogBase& log) {
+    const StreamReplacer::Emit discard = [](const unsigned char*, size_t) { return true; };
+    for (;;) {
+        const bool last = got < kBlock;
+        probe.feed(block, got, last, discard);
+        if (probe.count() > 0 || last) return true;
+        if (!src.readSourcePM(reinterpret_cast<char*>(block), kBlock, got, nullptr, log))
+            return false;
+    }
+}
+
+// Rewrites the file with every occurrence replaced. Logs "n" (-1 when there are more than the
+// count can hold) and returns the count, or -1.
+int rewrite(const XString& path, const DataBuffer& find, const DataBuffer& repl, LogBase& log) {
+    StreamReplacer replacer = replacerFor(find, repl);
+    bool tooMany = false;
+    const bool ok = FileSys::transformFileUtf8(
+        path.getUtf8(),
+        [&](const unsigned char* piece, size_t n, bool last, const FileSys::Emit& emit) {
+            if (!replacer.feed(piece, n, last, emit)) return false;
+            tooMany = replacer.count() > INT_MAX;
+            if (tooMany) errno = EOVERFLOW;
+            return !tooMany;
+        },
+        &log);
+    if (tooMany) log.LogError("Unable to replace: more occurrences than the count can hold.");
+    log.LogDataLong("n", tooMany ? -1 : static_cast<long>(replacer.count()));
+    return ok ? static_cast<int>(replacer.count()) : -1;
+}
+
+// The whole operation inside the method's frame. A file that cannot be read ends it at once,
+// without "n" or an outcome line.
 int replaceStrings(const XString& path, const XString& charset, const XString& str1,
                    const XString& str2, FrameBase& f) {
     LogBase& log = f.log();
-    DataBuffer data;
-    if (!data.loadFileUtf8(path.getUtf8(), &log)) return -1;
+    _ovFileDataSource src;
+    if (!src.openDataSourceFile(path, log)) return -1;
+    std::unique_ptr<unsigned char[]> block(new (std::nothrow) unsigned char[kBlock]);
+    if (!block) {
+        log.MemoryAllocFailed(kBlockAllocTag, kBlock);
+        return -1;
+    }
+    unsigned got = 0;
+    if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kBlock, got, nullptr, log))
+        return -1;
 
     _ovCharset cs;
-    chooseCharset(data, charset, cs, log);
+    chooseCharset(block.get(), got, charset, cs, log);
     DataBuffer find;
     DataBuffer repl;
     if (!convertStrings(str1, str2, cs, find, repl, log)) {
@@ -77,7 +124,15 @@ int replaceStrings(const XString& path, const XString& charset, const XString& s
         f.result(false);
         return -1;
     }
-    int n = replaceAndSave(data, find, repl, path, log);
+    StreamReplacer probe = replacerFor(find, repl);
+    if (!occurs(src, block.get(), got, probe, log)) return -1;
+    if (probe.count() == 0) {
+        log.LogDataLong("n", 0);
+        f.result(true);
+        return 0;
+    }
+    block.reset();
+    const int n = rewrite(path, find, repl, log);
     f.result(n >= 0);
     return n;
 }

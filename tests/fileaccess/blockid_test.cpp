@@ -1,5 +1,6 @@
 // Block identifiers (zero-filled decimal text, encoded) and whole files read as encoded text.
 // The encoders have their own suite; here the methods' contracts are checked.
+#include <random>
 #include <string>
 
 #include "LogProbe.h"
@@ -71,4 +72,33 @@ TEST_F(BlockIdTest, EncodedReadsFollowTheLoad) {
     }
 }
 
+// Files that end around the read's block edges (15 << 16 bytes, whole groups of every
+// encoding) and around each encoding's group: the text of one encoding of the whole file.
+// Line breaks and blanks are strewn so that quoted-printable's look-ahead crosses the edges.
+TEST_F(BlockIdTest, EncodedReadsAtEveryBlockAndGroupEdge) {
+    constexpr size_t kBlock = 15u << 16;
+    std::mt19937 rng(9);
+    std::string bytes(2 * kBlock + 8, '\0');
+    for (char& c : bytes) c = rng() % 4 ? static_cast<char>(rng()) : " \r\n\t"[rng() % 4];
+    // A blank that stays one across the first edge, a line break split by the second.
+    bytes.replace(kBlock - 1, 2, " x");
+    bytes.replace(2 * kBlock - 1, 2, "\r\n");
+    for (size_t size : {size_t{0}, size_t{1}, size_t{2}, size_t{4}, size_t{5}, size_t{7},
+                        kBlock - 1, kBlock, kBlock + 1, kBlock + 4, 2 * kBlock - 2, 2 * kBlock,
+                        2 * kBlock + 3}) {
+        const std::string content = bytes.substr(0, size);
+        XString p = X(writeFile("in.bin", content));
+        for (const char* name : {"hex", "base64", "base64url", "base32", "qp", "url", "ascii"}) {
+            SCOPED_TRACE(std::string(name) + " of " + std::to_string(size) + " bytes");
+            StringBuffer whole;
+            ASSERT_TRUE(bufferOf(content).encodeDB(name, whole));
+            XString enc(name), text;
+            ASSERT_CALL_OK(fa, fa.ReadBinaryToEncoded(p, enc, text));
+            ASSERT_TRUE(text.getUtf8Sb().str() == whole.str());
+            ASSERT_EQ(value("fileSize"), std::to_string(size));
+        }
+    }
+}
+
 }  // namespace
+

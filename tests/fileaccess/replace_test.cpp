@@ -1,9 +1,13 @@
 // Replacing strings inside a file: counts, the encoding chosen by a byte-order mark or by the
 // caller, the refusals, and the rewrite only when something changed.
+#include <sys/stat.h>
+
 #include <filesystem>
+#include <random>
 #include <string>
 
 #include "LogProbe.h"
+#include "support/SysCallOverride.h"
 
 namespace {
 
@@ -82,4 +86,50 @@ TEST_F(ReplaceTest, FileIsRewrittenOnlyWhenSomethingWasReplaced) {
     EXPECT_EQ(fs::status(f).permissions() & fs::perms::all, mode);
 }
 
+// Random files in every marked and unmarked form, rewritten through reads that deliver only a
+// few bytes each, so that occurrences straddle every edge: the same bytes and count as a
+// replacement in one buffer, and a file without an occurrence is left alone.
+TEST_F(ReplaceTest, StreamedReplacementMatchesTheWholeBuffer) {
+    struct Form {
+        std::string mark;
+        size_t width;
+        bool bigEndian;
+    } forms[] = {{"", 1, false},
+                 {"\xEF\xBB\xBF", 1, false},
+                 {"\xFF\xFE", 2, false},
+                 {"\xFE\xFF", 2, true},
+                 {std::string("\0\0\xFE\xFF", 4), 4, true}};
+    std::mt19937 rng(3);
+    for (int round = 0; round < 150; ++round) {
+        const Form& form = forms[round % 5];
+        std::string text(rng() % 1500, 'a'), s1(1 + rng() % 5, 'a'), s2(rng() % 4, 'b');
+        for (char& c : text) c = "aab"[rng() % 3];
+        for (char& c : s1) c = "ab"[rng() % 2];
+        SCOPED_TRACE(std::to_string(round) + ": " + s1 + " by " + s2);
+        const std::string file = form.mark + wide(text, form.width, form.bigEndian);
+        const std::string find = wide(s1, form.width, form.bigEndian),
+                          repl = wide(s2, form.width, form.bigEndian);
+        DataBuffer whole = bufferOf(file);
+        const int want = whole.replaceAllOccurances(
+            reinterpret_cast<const unsigned char*>(find.data()), find.size(),
+            reinterpret_cast<const unsigned char*>(repl.data()), repl.size());
+        const std::string f = writeFile("t.txt", file);
+        struct stat before {};
+        stat(f.c_str(), &before);
+        int got;
+        {
+            SysCallOverride o;
+            o.limitTransfers(1 + rng() % 40);
+            got = replace(f, "utf-8", s1.c_str(), s2.c_str());
+        }
+        ASSERT_EQ(got, want) << lastLog(fa);
+        ASSERT_EQ(readFile(f), bytesOf(whole));
+        struct stat after {};
+        stat(f.c_str(), &after);
+        ASSERT_EQ(after.st_ino == before.st_ino, want == 0);
+        ASSERT_EQ(value("n") + lastLine(), std::to_string(want) + "Success.");
+    }
+}
+
 }  // namespace
+

@@ -135,7 +135,7 @@ private:
         if (m_req.source && sysCalls().fchmod(fd, m_req.source->st_mode & 07777) != 0)
             f.set("fchmod");
         else
-            fill(fd, m_req.flushNewFile, f);
+            fill(fd, -1, m_req.flushNewFile, f);
         if (!placeScratch(scratch, m_scratch, m_target.c_str(), m_req.failIfExists, f))
             return sysFail(f.op, f.err);
         if (m_req.flushNewFile) syncDir(m_dir);
@@ -163,7 +163,7 @@ private:
         } else if (sysCalls().fchmod(fd, mode) != 0) {
             f.set("fchmod");
         } else {
-            fill(fd, true, f);
+            fill(fd, m_oldReadable ? m_oldFd.fd() : -1, true, f);
         }
         if (!placeScratch(scratch, m_scratch, m_target.c_str(), false, f))
             return sysFail(f.op, f.err);
@@ -196,7 +196,7 @@ private:
         else if (ftruncateRetry(old, 0) != 0)
             f.set("ftruncate");
         else
-            fill(old, true, f);
+            fill(old, backup.fd(), true, f);
         if (!f) {
             sysCalls().unlink(m_backup.c_str());
             return true;
@@ -230,9 +230,9 @@ private:
                copyFdToFd(backup, old, copied, op) && flushToDevice(old) == 0;
     }
 
-    void fill(int fd, bool flush, Failure& f) {
+    void fill(int fd, int oldContent, bool flush, Failure& f) {
         const char* op = nullptr;
-        if (!m_write(fd, op))
+        if (!m_write(fd, oldContent, op))
             f.set(op ? op : "write");
         else if (flush && flushToDevice(fd) != 0)
             f.set("fsync");

@@ -20,9 +20,12 @@ class LogBase;
 
 namespace fsi {
 
-// Writes the new content at fd's position, which is the start of an empty file. False with
-// errno set and failedOp naming the call that failed.
-using ContentWriter = std::function<bool(int fd, const char*& failedOp)>;
+// Writes the new content at fd's position, which is the start of an empty file. `oldContent`
+// holds the file's old content from offset 0 (the old file itself, or its backup when it is
+// rewritten in place), for writers that derive the new content from it: read it with
+// positioned reads; -1 when there was no old file or it cannot be read. False with errno set
+// and failedOp naming the call that failed.
+using ContentWriter = std::function<bool(int fd, int oldContent, const char*& failedOp)>;
 
 struct ReplaceRequest {
     const char* path = "";

@@ -5,6 +5,9 @@
 // naming the operation, the path and the system's reason; nothing into a null log.
 #pragma once
 
+#include <cstddef>
+#include <functional>
+
 #include "foundation/base/LogBase.h"
 #include "foundation/fs/FileId.h"
 #include "foundation/fs/FileMatchingSpec.h"
@@ -83,6 +86,14 @@ public:
     // it was and no temporary remains. Links are written through; special files refused.
     static bool writeFileUtf8(const char* path, const DataBuffer& data, LogBase* log);
     static bool writeFileUtf8(const char* path, const void* data, unsigned n, LogBase* log);
+    // Rewrites a regular file through a filter, by writeFileUtf8's rules: `filter` gets the
+    // old content piece by piece as the reads deliver it (`last` once, with the final piece,
+    // which may be empty) and hands the new content to `emit`. A filter that returns false
+    // (errno set) fails the rewrite and the file stays as it was. Memory stays at a few MiB.
+    using Emit = std::function<bool(const unsigned char* bytes, size_t n)>;
+    using Filter =
+        std::function<bool(const unsigned char* piece, size_t n, bool last, const Emit& emit)>;
+    static bool transformFileUtf8(const char* path, const Filter& filter, LogBase* log);
     // Writes all n bytes at the handle's position (n may be 0); false when no file is held.
     static bool writeToOpenFile(OrvaneHandle& h, const char* p, unsigned n, LogBase* log);
     // Reads the whole regular file into out (replacing its content) straight into its final

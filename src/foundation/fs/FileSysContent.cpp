@@ -2,7 +2,9 @@
 #include <sys/file.h>
 
 #include <cerrno>
+#include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -91,9 +93,86 @@ bool FileSys::writeFileUtf8(const char* path, const void* data, unsigned n, LogB
     req.path = orEmpty(path);
     return fsi::replaceFileContent(
         req,
-        [&](int fd, const char*& failedOp) {
+        [&](int fd, int, const char*& failedOp) {
             failedOp = "write";
             return n == 0 || fsi::writeAll(fd, data, n);
+        },
+        log);
+}
+
+namespace {
+
+constexpr size_t kFilterPiece = 1u << 20;
+
+// Collects a filter's output and writes it in large blocks.
+class BlockWriter {
+public:
+    explicit BlockWriter(int fd) : m_fd(fd), m_buf(new (std::nothrow) unsigned char[kFilterPiece]) {}
+    bool ready() const { return m_buf != nullptr; }
+    bool put(const unsigned char* p, size_t n) {
+        if (m_used + n > kFilterPiece && !flush()) return false;
+        if (n >= kFilterPiece) return fsi::writeAll(m_fd, p, n);
+        std::memcpy(m_buf.get() + m_used, p, n);
+        m_used += n;
+        return true;
+    }
+    bool flush() {
+        if (m_used && !fsi::writeAll(m_fd, m_buf.get(), m_used)) return false;
+        m_used = 0;
+        return true;
+    }
+
+private:
+    int m_fd;
+    std::unique_ptr<unsigned char[]> m_buf;
+    size_t m_used = 0;
+};
+
+// Feeds the old content to the filter, one positioned read per piece, and writes its output.
+bool filterContent(int out, int old, const FileSys::Filter& filter, const char*& failedOp) {
+    failedOp = "read";
+    if (old < 0) {
+        errno = EBADF;
+        return false;
+    }
+    std::unique_ptr<unsigned char[]> piece(new (std::nothrow) unsigned char[kFilterPiece]);
+    BlockWriter writer(out);
+    if (!piece || !writer.ready()) {
+        failedOp = "allocate";
+        errno = ENOMEM;
+        return false;
+    }
+    bool writeFailed = false;
+    const FileSys::Emit emit = [&](const unsigned char* p, size_t n) {
+        writeFailed = !writer.put(p, n);
+        return !writeFailed;
+    };
+    for (off_t offset = 0;;) {
+        ssize_t got;
+        do {
+            got = sysCalls().pread(old, piece.get(), kFilterPiece, offset);
+        } while (got < 0 && errno == EINTR);
+        if (got < 0) return false;
+        if (!filter(piece.get(), static_cast<size_t>(got), got == 0, emit)) {
+            failedOp = writeFailed ? "write" : "filter";
+            return false;
+        }
+        if (got == 0) break;
+        offset += got;
+    }
+    failedOp = "write";
+    return writer.flush();
+}
+
+}  // namespace
+
+bool FileSys::transformFileUtf8(const char* path, const Filter& filter, LogBase* log) {
+    fsi::ReplaceRequest req;
+    req.path = orEmpty(path);
+    return fsi::replaceFileContent(
+        req,
+        [&](int out, int old, const char*& failedOp) {
+            return filterContent(out, old, filter, failedOp);
         },
         log);
 }

@@ -125,7 +125,7 @@ bool FileSys::copyFileX(const XString& from, const XString& to, bool failIfExist
     req.source = &st;
     return fsi::replaceFileContent(
         req,
-        [&](int fd, const char*& failedOp) {
+        [&](int fd, int, const char*& failedOp) {
             long long copied = 0;
             return fsi::copyFdToFd(in.fd(), fd, copied, failedOp);
         },

@@ -310,10 +310,11 @@ bool encodeUrl(const unsigned char* d, unsigned n, StringBuffer& out) {
 // Quoted-printable: printable ASCII but '=' stays; CRLF stays a line break; a space or tab
 // stays unless a line break or the end follows it; everything else is =XX. Lines are kept
 // to at most 76 characters with soft breaks ("=" CRLF).
-bool encodeQp(const unsigned char* d, unsigned n, StringBuffer& out) {
-    std::string s;
-    s.reserve(n + n / 8);
-    size_t lineLen = 0;
+// Quoted-printable text of d[0, n) onto s, from a line already `lineLen` long. A byte's form
+// depends on the two after it (a line break ahead), so unless `final` the last two bytes are
+// left for the next call; returns how many bytes were encoded.
+unsigned encodeQpPart(const unsigned char* d, unsigned n, bool final, size_t& lineLen,
+                      std::string& s) {
     auto put = [&](const char* piece, size_t len) {
         if (lineLen + len > 75) {
             s.append("=\r\n");
@@ -322,7 +323,9 @@ bool encodeQp(const unsigned char* d, unsigned n, StringBuffer& out) {
         s.append(piece, len);
         lineLen += len;
     };
-    for (unsigned i = 0; i < n; ++i) {
+    const unsigned limit = final ? n : (n > 2 ? n - 2 : 0);
+    unsigned i = 0;
+    for (; i < limit; ++i) {
         unsigned char c = d[i];
         if (c == '\r' && i + 1 < n && d[i + 1] == '\n') {
             s.append("\r\n");
@@ -341,9 +344,21 @@ bool encodeQp(const unsigned char* d, unsigned n, StringBuffer& out) {
             put(esc, 3);
         }
     }
+    return i;
+}
+
+bool appendText(StringBuffer& out, const std::string& s) {
     if (uint64_t{out.getSize()} + s.size() > UINT32_MAX) return false;
     out.append(s);
     return true;
+}
+
+bool encodeQp(const unsigned char* d, unsigned n, StringBuffer& out) {
+    std::string s;
+    s.reserve(n + n / 8);
+    size_t lineLen = 0;
+    encodeQpPart(d, n, true, lineLen, s);
+    return appendText(out, s);
 }
 
 int hexValue(char c) {
@@ -502,9 +517,9 @@ bool decodeQp(const char* t, unsigned n, DataBuffer& out) {
 
 }  // namespace
 
-bool encodeBytes(const char* encoding, const unsigned char* data, unsigned n, StringBuffer& out) {
-    Enc enc = encodingByName(encoding);
-    if (enc == Enc::Unknown) return false;
+namespace {
+
+bool encodeAs(Enc enc, const unsigned char* data, unsigned n, StringBuffer& out) {
     if (n == 0) return true;
     if (!data) return false;
     switch (enc) {
@@ -530,6 +545,73 @@ bool encodeBytes(const char* encoding, const unsigned char* data, unsigned n, St
             break;
     }
     return false;
+}
+
+}  // namespace
+
+bool encodeBytes(const char* encoding, const unsigned char* data, unsigned n, StringBuffer& out) {
+    Enc enc = encodingByName(encoding);
+    return enc != Enc::Unknown && encodeAs(enc, data, n, out);
+}
+
+bool BlockEncoder::select(const char* encoding) {
+    m_kind = static_cast<unsigned char>(encodingByName(encoding));
+    m_qpLine = 0;
+    m_qpHeld.clear();
+    return m_kind != static_cast<unsigned char>(Enc::Unknown);
+}
+
+unsigned BlockEncoder::groupBytes() const {
+    switch (static_cast<Enc>(m_kind)) {
+        case Enc::Base64:
+        case Enc::Base64Url:
+            return 3;
+        case Enc::Base32:
+            return 5;
+        default:
+            return 1;
+    }
+}
+
+uint64_t BlockEncoder::textBound(uint64_t n) const {
+    switch (static_cast<Enc>(m_kind)) {
+        case Enc::Hex:
+        case Enc::HexLower:
+            return 2 * n;
+        case Enc::Base64:
+            return (n + 2) / 3 * 4;
+        case Enc::Base64Url:
+            return n / 3 * 4 + (n % 3 ? n % 3 + 1 : 0);
+        case Enc::Base32:
+            return (n + 4) / 5 * 8;
+        case Enc::Url:
+            return 3 * n;
+        case Enc::Qp:
+            // Every byte escaped, and a soft break after every 73 characters at the least.
+            return 3 * n + 3 * (3 * n / 73 + 1);
+        case Enc::Ascii:
+            return n;
+        case Enc::Unknown:
+            break;
+    }
+    return 0;
+}
+
+bool BlockEncoder::append(const unsigned char* data, unsigned n, bool last, StringBuffer& out) {
+    const Enc enc = static_cast<Enc>(m_kind);
+    if (enc != Enc::Qp) return encodeAs(enc, data, n, out);
+    if (n && !data) return false;
+    // The bytes held back for their look-ahead come first.
+    std::string joined;
+    if (!m_qpHeld.empty()) {
+        joined.assign(m_qpHeld).append(reinterpret_cast<const char*>(data), n);
+        data = reinterpret_cast<const unsigned char*>(joined.data());
+        n = static_cast<unsigned>(joined.size());
+    }
+    std::string s;
+    const unsigned done = encodeQpPart(data, n, last, m_qpLine, s);
+    m_qpHeld.assign(reinterpret_cast<const char*>(data) + done, n - done);
+    return appendText(out, s);
 }
 
 bool decodeText(const char* encoding, const char* text, unsigned n, DataBuffer& out) {

@@ -2,6 +2,10 @@
 // url (percent-encoding), quoted-printable/qp and ascii. Names are matched without case.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
 class DataBuffer;
 class StringBuffer;
 
@@ -12,3 +16,24 @@ bool encodeBytes(const char* encoding, const unsigned char* data, unsigned n, St
 // Appends the bytes that text[0, n) encodes to out. False for an unknown name or text that
 // is not valid in the encoding (out may then hold part of the result).
 bool decodeText(const char* encoding, const char* text, unsigned n, DataBuffer& out);
+
+// Encodes data that arrives in pieces into the same text as one encodeBytes call over all of it.
+// Every piece but the last must be a whole number of the encoding's groups (groupBytes()).
+class BlockEncoder {
+public:
+    // False for a name no encoder knows.
+    bool select(const char* encoding);
+    // 3 for base64 and base64url, 5 for base32, 1 for the others.
+    unsigned groupBytes() const;
+    // The most text n bytes can give: the exact length for all but url and quoted-printable.
+    uint64_t textBound(uint64_t n) const;
+    // Appends the next piece's text to out; `last` marks the final piece. False when the text
+    // would pass 4,294,967,295 bytes.
+    bool append(const unsigned char* data, unsigned n, bool last, StringBuffer& out);
+
+private:
+    unsigned char m_kind = 0;
+    // Quoted-printable: the current line's length, and the bytes kept for their look-ahead.
+    size_t m_qpLine = 0;
+    std::string m_qpHeld;
+};
