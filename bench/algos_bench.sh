@@ -5,8 +5,10 @@
 #
 #   bench/algos_bench.sh [workdir]      (default: a fresh directory under /tmp)
 #
-# Figures are the best of RUNS runs (default 3). Needs about 6 GiB of free disk space in workdir. Builds the library (Release) into
-# build-algos-bench beside this directory.
+# Figures are the best of RUNS runs (default 3), or for the replacement and the encoded reads
+# medians of ROUNDS rounds (default 5) with their spread and peak RSS. Needs about 8 GiB of
+# free disk space in workdir. Builds the library (Release) into build-algos-bench beside this
+# directory.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -97,18 +99,47 @@ read -r lib tool < <(race compare '"$bench" compare "$work/big" "$work/big_plus1
     'cmp "$work/big" "$work/big_plus1" 2>/dev/null || true')
 report "FileContentsEqual sizes differ" "$lib" "cmp" "$tool"
 
-# Replace a 6-byte string about 1,000,000 times in 256 MiB, each run on a fresh copy; one
-# run of each first checks that both write the same bytes.
-inputs=("$work/text")
-prep='cp "$work/text" "$work/text_copy"'
-libReplace='"$bench" replace "$work/text_copy" NEEDLE PINPIN'
-toolReplace='sed -i "s/NEEDLE/PINPIN/g" "$work/text_copy"'
-settle; eval "$libReplace" >/dev/null; mv "$work/text_copy" "$work/text_lib"
-settle; eval "$toolReplace"
-cmp -s "$work/text_lib" "$work/text_copy" || { echo "replaced files differ"; exit 1; }
-read -r lib tool < <(race replace "$libReplace" "$toolReplace")
-report "ReplaceStrings 256 MiB" "$lib" "sed -i" "$tool"
-rm -f "$work/text_copy" "$work/text_lib"
+# Five rounds by turns of a library command and a tool command, each timed by /usr/bin/time
+# (wall seconds and peak resident KiB of the process itself), after "$prep" and settle.
+# Prints one line: the median, fastest and slowest time and the peak RSS of each side.
+rounds5=${ROUNDS:-5}
+race_rss() {  # library command, tool command (both evaluated)
+    local i lt=() lr=() tt=() tr=() m
+    for i in $(seq "$rounds5"); do
+        settle
+        read -r t m < <(/usr/bin/time -f "%e %M" bash -c "$1 >/dev/null" 2>&1 | tail -1)
+        lt+=("$t"); lr+=("$m")
+        settle
+        read -r t m < <(/usr/bin/time -f "%e %M" bash -c "$2 >/dev/null" 2>&1 | tail -1)
+        tt+=("$t"); tr+=("$m")
+    done
+    printf '%s\n' "${lt[@]}" | sort -g | awk '{ v[NR] = $1 } END { printf "%s %s %s ", v[int((NR + 1) / 2)], v[1], v[NR] }'
+    printf '%s\n' "${lr[@]}" | sort -g | tail -1 | tr '\n' ' '
+    printf '%s\n' "${tt[@]}" | sort -g | awk '{ v[NR] = $1 } END { printf "%s %s %s ", v[int((NR + 1) / 2)], v[1], v[NR] }'
+    printf '%s\n' "${tr[@]}" | sort -g | tail -1
+}
+report_rss() {  # name, tool name, then race_rss's eight figures
+    awk -v n="$1" -v t="$2" -v l="$3" -v l1="$4" -v l2="$5" -v lm="$6" -v p="$7" -v p1="$8" -v p2="$9" -v pm="${10}" \
+        'BEGIN { printf "%-34s library %7.3f s (%.3f-%.3f, %6.1f MiB)   %-12s %7.3f s (%.3f-%.3f, %6.1f MiB)   ratio %5.2f\n", n, l, l1, l2, lm / 1024, t, p, p1, p2, pm / 1024, p / l }'
+}
+
+# Replace a 6-byte string about 1,000,000 times in 256 MiB, and 8,000,000 times in 2 GiB,
+# each run on a fresh copy; one run of each first checks that both write the same bytes.
+for text in text text2g; do
+    [ "$text" = text2g ] && for i in 1 2 3 4 5 6 7 8; do cat "$work/text"; done >"$work/text2g"
+    inputs=("$work/$text")
+    prep="cp '$work/$text' '$work/text_copy'"
+    libReplace="'$bench' replace '$work/text_copy' NEEDLE PINPIN"
+    toolReplace="sed -i 's/NEEDLE/PINPIN/g' '$work/text_copy'"
+    settle; bash -c "$libReplace" >/dev/null; mv "$work/text_copy" "$work/text_lib"
+    settle; bash -c "$toolReplace"
+    cmp -s "$work/text_lib" "$work/text_copy" || { echo "replaced files differ"; exit 1; }
+    rm -f "$work/text_lib"
+    size=$([ "$text" = text ] && echo "256 MiB" || echo "2 GiB")
+    report_rss "ReplaceStrings $size" "sed -i" $(race_rss "$libReplace" "$toolReplace")
+    rm -f "$work/text_copy"
+done
+rm -f "$work/text2g"
 
 # Peak memory of split+join and of the comparison: 10 MiB against 1 GiB.
 head -c 10M "$work/big" >"$work/small"
@@ -126,9 +157,7 @@ rm -f "$work/big2" "$work/big_plus1"
 # Read 256 MiB as base64 and as hex.
 inputs=("$work/quarter")
 prep=:
-read -r lib tool < <(race encode-base64 '"$bench" encode "$work/quarter" base64' \
-    'base64 -w0 "$work/quarter"')
-report "ReadBinaryToEncoded base64 256 MiB" "$lib" "base64 -w0" "$tool"
-read -r lib tool < <(race encode-hexlower '"$bench" encode "$work/quarter" hexlower' \
-    'xxd -p "$work/quarter"')
-report "ReadBinaryToEncoded hex 256 MiB" "$lib" "xxd -p" "$tool"
+report_rss "ReadBinaryToEncoded base64 256 MiB" "base64 -w0" \
+    $(race_rss "'$bench' encode '$work/quarter' base64" "base64 -w0 '$work/quarter'")
+report_rss "ReadBinaryToEncoded hex 256 MiB" "xxd -p" \
+    $(race_rss "'$bench' encode '$work/quarter' hexlower" "xxd -p '$work/quarter'")

@@ -64,8 +64,7 @@ bool readBinaryToEncoded(const XString& path, const XString& name, XString& out,
     BlockEncoder encoder;
     bool encoding = encoder.select(name.getUtf8());
     StringBuffer& text = out.getUtf8Sb_rw();
-    const uint64_t bound = encoder.textBound(static_cast<uint64_t>(src.getFileSize64(nullptr)));
-    if (encoding && bound <= UINT32_MAX) text.str().reserve(static_cast<size_t>(bound));
+    if (encoding) encoder.reserve(text, static_cast<uint64_t>(src.getFileSize64(nullptr)));
     long long total = 0;
     for (bool last = false; !last;) {
         unsigned got = 0;

@@ -597,6 +597,10 @@ uint64_t BlockEncoder::textBound(uint64_t n) const {
     return 0;
 }
 
+bool BlockEncoder::reserve(StringBuffer& out, uint64_t n) const {
+    return reserveFor(out, textBound(n));
+}
+
 bool BlockEncoder::append(const unsigned char* data, unsigned n, bool last, StringBuffer& out) {
     const Enc enc = static_cast<Enc>(m_kind);
     if (enc != Enc::Qp) return encodeAs(enc, data, n, out);

@@ -27,6 +27,9 @@ public:
     unsigned groupBytes() const;
     // The most text n bytes can give: the exact length for all but url and quoted-printable.
     uint64_t textBound(uint64_t n) const;
+    // Reserves room in out for the text of n more bytes, in memory that fills quickly (large
+    // pages where the system offers them). False when it would pass 4,294,967,295 bytes.
+    bool reserve(StringBuffer& out, uint64_t n) const;
     // Appends the next piece's text to out; `last` marks the final piece. False when the text
     // would pass 4,294,967,295 bytes.
     bool append(const unsigned char* data, unsigned n, bool last, StringBuffer& out);
