@@ -3,6 +3,7 @@
 #include <tuple>
 
 #include "fileaccess/LogProbe.h"
+#include "foundation/text/Charset.h"
 
 namespace {
 
@@ -40,6 +41,33 @@ TEST_F(WholeFileTest, TextInEachCharsetWithAndWithoutPreambleAndTheBytesBack) {
     writeFile("text.txt", "\xFF\xFE\xFD");
     EXPECT_CALL_OK(fa, fa.ReadEntireTextFile(p, utf8cs, cjk));
     EXPECT_TRUE(cjk.isEmpty()) << cjk.getUtf8();
+}
+
+// Texts of a few MiB, so that writes go in several pieces and reads in several blocks, with
+// characters cut at their edges: the file holds one conversion's bytes (up to a character the
+// charset cannot hold, after which nothing is written) and reads back to the text.
+TEST_F(WholeFileTest, LongTextsInPiecesAsOneConversion) {
+    std::string text;
+    for (int i = 0; text.size() < 3000000; ++i)
+        text += i % 7 ? "a\xCE\xA9\xE3\x81\x82 " : "\n";  // Latin, Greek, kana
+    const std::string lacked = text.substr(0, 1234567) + "\xC3\xA9" + text.substr(1234567);
+    const std::tuple<const char*, std::string> cases[] = {
+        {"utf-8", text}, {"utf-16be", text}, {"iso-2022-jp", text}, {"iso-2022-jp", lacked}};
+    XString p = X(path("long.txt"));
+    for (const auto& [charset, content] : cases) {
+        SCOPED_TRACE(std::string(charset) + (content.size() == text.size() ? "" : " lacking"));
+        XString cs(charset), in = X(content), back("stale");
+        _ovCharset target;
+        target.setByName(charset);
+        DataBuffer whole;
+        const bool converts = in.getConvertedWithPreamble(target, whole);
+        ASSERT_CALL_OK(fa, fa.WriteEntireTextFile(p, in, cs, true));
+        EXPECT_EQ(value("numOutputBytes"), std::to_string(whole.getSize()));
+        EXPECT_TRUE(readFile(p.getUtf8()) == bytesOf(whole));
+        ASSERT_CALL_OK(fa, fa.ReadEntireTextFile(p, cs, back));
+        EXPECT_EQ(back.getSizeUtf8(), converts ? content.size() : 1234567u);
+        EXPECT_TRUE(back.view() == std::string_view(content).substr(0, back.getSizeUtf8()));
+    }
 }
 
 }  // namespace

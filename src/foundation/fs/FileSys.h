@@ -94,6 +94,11 @@ public:
     using Filter =
         std::function<bool(const unsigned char* piece, size_t n, bool last, const Emit& emit)>;
     static bool transformFileUtf8(const char* path, const Filter& filter, LogBase* log);
+    // Writes a file whose content `produce` hands over piece by piece through `emit`, by
+    // writeFileUtf8's rules, without the whole content in memory. A producer that returns
+    // false (errno set) fails the write and an old file stays as it was.
+    using Producer = std::function<bool(const Emit& emit)>;
+    static bool writeFileStreamUtf8(const char* path, const Producer& produce, LogBase* log);
     // Writes all n bytes at the handle's position (n may be 0); false when no file is held.
     static bool writeToOpenFile(OrvaneHandle& h, const char* p, unsigned n, LogBase* log);
     // Reads the whole regular file into out (replacing its content) straight into its final

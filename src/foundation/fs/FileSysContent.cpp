@@ -166,6 +166,27 @@ bool filterContent(int out, int old, const FileSys::Filter& filter, const char*&
 
 }  // namespace
 
+bool FileSys::writeFileStreamUtf8(const char* path, const Producer& produce, LogBase* log) {
+    fsi::ReplaceRequest req;
+    req.path = orEmpty(path);
+    return fsi::replaceFileContent(
+        req,
+        [&](int out, int, const char*& failedOp) {
+            BlockWriter writer(out);
+            failedOp = "allocate";
+            if (!writer.ready()) return errno = ENOMEM, false;
+            bool writeFailed = false;
+            const Emit emit = [&](const unsigned char* p, size_t n) {
+                writeFailed = !writer.put(p, n);
+                return !writeFailed;
+            };
+            const bool produced = produce(emit);
+            failedOp = writeFailed || produced ? "write" : "produce";
+            return produced && writer.flush();
+        },
+        log);
+}
+
 bool FileSys::transformFileUtf8(const char* path, const Filter& filter, LogBase* log) {
     fsi::ReplaceRequest req;
     req.path = orEmpty(path);

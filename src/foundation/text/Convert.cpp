@@ -94,6 +94,52 @@ bool isUtf8Name(const char* name) {
     return sameNoCase(name, "UTF-8") || sameNoCase(name, "UTF8");
 }
 
+bool iconvInto(iconv_t cd, const char*& src, size_t& srcLeft, DataBuffer& out) {
+    // Room for the usual expansion (UTF-8 to UTF-32 is at most 4x); grown when short.
+    uint64_t want = uint64_t{out.getSize()} + srcLeft * 2 + 16;
+    while (srcLeft > 0) {
+        if (want > UINT32_MAX) want = UINT32_MAX;
+        if (!out.ensureBuffer64(want)) return false;
+        char* dst = reinterpret_cast<char*>(out.getData2() + out.getSize());
+        size_t dstLeft = out.getCapacity() - out.getSize();
+        if (dstLeft == 0) return false;
+        char* dstStart = dst;
+        char* in = const_cast<char*>(src);
+        size_t rc = iconv(cd, &in, &srcLeft, &dst, &dstLeft);
+        src = in;
+        out.setDataSize_CAUTION(out.getSize() + static_cast<unsigned>(dst - dstStart));
+        if (rc != static_cast<size_t>(-1)) return true;
+        if (errno != E2BIG) return false;  // EILSEQ (bad) or EINVAL (cut off at the end)
+        want = uint64_t{out.getCapacity()} + srcLeft * 4 + 16;
+    }
+    return true;
+}
+
+bool flushShiftState(iconv_t cd, DataBuffer& out) {
+    // Stateful encodings such as ISO-2022-JP end in the initial state.
+    while (true) {
+        if (!out.ensureBuffer64(uint64_t{out.getSize()} + 16)) return false;
+        char* dst = reinterpret_cast<char*>(out.getData2() + out.getSize());
+        size_t dstLeft = out.getCapacity() - out.getSize();
+        char* dstStart = dst;
+        size_t rc = iconv(cd, nullptr, nullptr, &dst, &dstLeft);
+        out.setDataSize_CAUTION(out.getSize() + static_cast<unsigned>(dst - dstStart));
+        if (rc != static_cast<size_t>(-1)) return true;
+        if (errno != E2BIG) return false;
+    }
+}
+
+// The length of data[0, n) up to the start of a UTF-8 sequence that runs past its end.
+size_t completeUtf8Prefix(const unsigned char* data, size_t n) {
+    for (size_t k = n; k > 0 && n - k < 4;) {
+        const unsigned char c = data[--k];
+        if ((c & 0xC0) == 0x80) continue;
+        const size_t len = c < 0x80 ? 1 : c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+        return k + len > n ? k : n;
+    }
+    return n;
+}
+
 }  // namespace
 
 bool converterExists(const char* iconvName) {
@@ -130,34 +176,10 @@ bool convertCharset(const char* from, const char* to, const unsigned char* in, s
     }
     iconv_t cd = cache().get(from, to);
     if (cd == kNoConverter) return false;
-    char* src = reinterpret_cast<char*>(const_cast<unsigned char*>(in));
+    const char* src = reinterpret_cast<const char*>(in);
     size_t srcLeft = n;
-    // Room for the usual expansion (UTF-8 to UTF-32 is at most 4x); grown when short.
-    uint64_t want = uint64_t{out.getSize()} + n * 2 + 16;
-    while (true) {
-        if (want > UINT32_MAX) want = UINT32_MAX;
-        if (!out.ensureBuffer64(want)) return false;
-        char* dst = reinterpret_cast<char*>(out.getData2() + out.getSize());
-        size_t dstLeft = out.getCapacity() - out.getSize();
-        if (dstLeft == 0) return false;
-        char* dstStart = dst;
-        size_t rc = iconv(cd, &src, &srcLeft, &dst, &dstLeft);
-        out.setDataSize_CAUTION(out.getSize() + static_cast<unsigned>(dst - dstStart));
-        if (rc != static_cast<size_t>(-1)) break;
-        if (errno != E2BIG) return false;  // EILSEQ or EINVAL: bad or cut-off input
-        want = uint64_t{out.getCapacity()} + srcLeft * 4 + 16;
-    }
-    // Flush any shift state (stateful encodings such as ISO-2022-JP end in the initial state).
-    while (true) {
-        if (!out.ensureBuffer64(uint64_t{out.getSize()} + 16)) return false;
-        char* dst = reinterpret_cast<char*>(out.getData2() + out.getSize());
-        size_t dstLeft = out.getCapacity() - out.getSize();
-        char* dstStart = dst;
-        size_t rc = iconv(cd, nullptr, nullptr, &dst, &dstLeft);
-        out.setDataSize_CAUTION(out.getSize() + static_cast<unsigned>(dst - dstStart));
-        if (rc != static_cast<size_t>(-1)) return true;
-        if (errno != E2BIG) return false;
-    }
+    // A cut-off sequence at the end (EINVAL) fails as a bad one does.
+    return iconvInto(cd, src, srcLeft, out) && flushShiftState(cd, out);
 }
 
 const unsigned char* preambleOf(int codePage, unsigned& length) {
@@ -186,4 +208,48 @@ const unsigned char* preambleOf(int codePage, unsigned& length) {
             length = 0;
             return nullptr;
     }
+}
+
+// ----- StreamConverter -----
+
+StreamConverter::~StreamConverter() {
+    if (m_cd != kNoConverter) iconv_close(static_cast<iconv_t>(m_cd));
+}
+
+bool StreamConverter::open(const char* from, const char* to) {
+    if (m_cd != kNoConverter) iconv_close(static_cast<iconv_t>(m_cd));
+    m_cd = kNoConverter;
+    m_held.clear();
+    m_utf8 = isUtf8Name(from) && isUtf8Name(to);
+    if (m_utf8) return true;
+    m_cd = iconv_open(to, from);
+    return m_cd != kNoConverter;
+}
+
+bool StreamConverter::convert(const unsigned char* in, size_t n, bool last, DataBuffer& out) {
+    if (!m_utf8 && m_cd == kNoConverter) return false;
+    if (!in && n) return false;
+    // The start of a character the last piece cut off comes first.
+    if (!m_held.empty()) {
+        m_joined.assign(m_held).append(reinterpret_cast<const char*>(in), n);
+        in = reinterpret_cast<const unsigned char*>(m_joined.data());
+        n = m_joined.size();
+        m_held.clear();
+    }
+    if (m_utf8) {
+        const size_t whole = last ? n : completeUtf8Prefix(in, n);
+        if (!isValidUtf8(in, whole) || whole > UINT32_MAX ||
+            !out.append(in, static_cast<unsigned>(whole)))
+            return false;
+        m_held.assign(reinterpret_cast<const char*>(in) + whole, n - whole);
+        return true;
+    }
+    const char* src = reinterpret_cast<const char*>(in);
+    size_t left = n;
+    const iconv_t cd = static_cast<iconv_t>(m_cd);
+    if (!iconvInto(cd, src, left, out)) {
+        if (errno != EINVAL || last) return false;
+        m_held.assign(src, left);
+    }
+    return !last || flushShiftState(cd, out);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 class DataBuffer;
 
@@ -13,6 +14,31 @@ bool converterExists(const char* iconvName);
 // substituted or transliterated. On failure out keeps what converted before the bad spot.
 bool convertCharset(const char* from, const char* to, const unsigned char* in, size_t n,
                     DataBuffer& out);
+
+// Converts a byte stream piece by piece into the same bytes as one convertCharset call over the
+// whole: one converter is kept across the pieces, so a character cut by a piece's end is
+// completed by the next piece and a stateful encoding's shift state carries on (it is closed
+// at the end).
+class StreamConverter {
+public:
+    StreamConverter() = default;
+    ~StreamConverter();
+    StreamConverter(const StreamConverter&) = delete;
+    StreamConverter& operator=(const StreamConverter&) = delete;
+
+    // From charset `from` to charset `to` (iconv names); false when iconv has no converter.
+    bool open(const char* from, const char* to);
+    // Appends the conversion of the next piece to out; `last` marks the end of the input (the
+    // piece may be empty). False on bytes not valid in `from`, on characters `to` cannot hold,
+    // and on a character cut off by the end of the input.
+    bool convert(const unsigned char* in, size_t n, bool last, DataBuffer& out);
+
+private:
+    void* m_cd = reinterpret_cast<void*>(-1);
+    bool m_utf8 = false;
+    std::string m_held;    // the start of a character cut by the last piece's end
+    std::string m_joined;  // scratch: the held bytes and the next piece
+};
 
 // True when bytes[0, n) is well-formed UTF-8 (no overlong forms, surrogates or values past
 // U+10FFFF).

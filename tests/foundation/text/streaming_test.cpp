@@ -4,7 +4,9 @@
 
 #include <random>
 #include <string>
+#include <vector>
 
+#include "foundation/text/Convert.h"
 #include "foundation/text/DataBuffer.h"
 #include "foundation/text/Encodings.h"
 #include "foundation/text/StreamReplace.h"
@@ -80,6 +82,68 @@ TEST(BlockEncoder, PiecesOfWholeGroupsEncodeAsTheWhole) {
                 });
             ASSERT_EQ(pieces.str(), whole.str());
             EXPECT_LE(whole.getSize(), enc.textBound(in.size()));
+        }
+    }
+}
+
+// Cut anywhere, a stream of conversions gives the one conversion's bytes: characters cut at a
+// piece's end, a stateful encoding's shifts, and the stop at a character the charset cannot
+// hold (or at bytes that are not valid), with what came before it.
+TEST(StreamConverter, CutAnywhereItConvertsAsOneCall) {
+    std::mt19937 rng(13);
+    // Each target with characters it holds and one it does not (none for the Unicode forms):
+    // Latin, Greek, kana, a character outside the BMP, the euro sign.
+    const struct {
+        const char* name;
+        std::vector<std::string> holds;
+        const char* lacks;
+    } targets[] = {
+        {"UTF-16LE", {"a", "\xCE\xA9", "\xE3\x81\x82", "\xF0\x9F\x98\x80"}, nullptr},
+        {"UTF-16BE", {"a", "\xC3\xA9", "\xF0\x9F\x98\x80", "\n"}, nullptr},
+        {"UTF-32LE", {"a", "\xE3\x81\x82", "\xF0\x9F\x98\x80"}, nullptr},
+        {"ISO-2022-JP", {"a", "\xCE\xA9", "\xE3\x81\x82", "\n"}, "\xC3\xA9"},
+        {"WINDOWS-1252", {"a", "\xC3\xA9", "\xE2\x82\xAC", "\n"}, "\xCE\xA9"},
+        {"UTF-8", {"a", "\xC3\xA9", "\xE3\x81\x82", "\xF0\x9F\x98\x80"}, nullptr},
+    };
+    for (int round = 0; round < 300; ++round) {
+        const auto& target = targets[round % 6];
+        const char* to = target.name;
+        std::string text;
+        for (size_t i = 0, n = rng() % 400; i < n; ++i)
+            text += target.holds[rng() % target.holds.size()];
+        if (target.lacks && round % 4 == 0) text.insert(text.size() / 2, target.lacks);
+        if (round % 9 == 0 && !text.empty()) text[rng() % text.size()] = '\xFF';  // not UTF-8
+        for (int direction = 0; direction < 2; ++direction) {
+            // Decoding: from the target's bytes back to UTF-8 (when there are such bytes).
+            std::string in = text;
+            const char* from = "UTF-8";
+            const char* into = to;
+            if (direction == 1) {
+                DataBuffer bytes;
+                if (!convertCharset("UTF-8", to, u(text), text.size(), bytes)) continue;
+                in = bytesOf(bytes);
+                from = to;
+                into = "UTF-8";
+            }
+            SCOPED_TRACE(std::to_string(round) + " " + from + " to " + into);
+            DataBuffer whole;
+            const bool wholeOk = convertCharset(from, into, u(in), in.size(), whole);
+            StreamConverter conv;
+            ASSERT_TRUE(conv.open(from, into));
+            DataBuffer pieces;
+            bool ok = true;
+            inPieces(
+                in, [&] { return rng() % 9; },
+                [&](const unsigned char* p, size_t n, bool last) {
+                    if (ok) ok = conv.convert(p, n, last, pieces);
+                });
+            ASSERT_EQ(ok, wholeOk);
+            // Where the whole input converts, the bytes agree; where it stops, the pieces stop
+            // at the same spot (UTF-8 to UTF-8 checks the whole before it copies anything).
+            const bool utf8Both = std::string(into) == "UTF-8" && std::string(from) == "UTF-8";
+            if (wholeOk || !utf8Both) {
+                ASSERT_EQ(bytesOf(pieces), bytesOf(whole));
+            }
         }
     }
 }
