@@ -42,8 +42,9 @@ bool genBlockId(int index, int length, const XString& encoding, XString& out, Lo
 }
 
 // Blocks of the input: whole groups of every encoding (3 bytes for base64, 5 for base32),
-// so that encoding them one by one gives the text of one encoding of the whole.
-constexpr unsigned kEncodeBlock = 15u << 16;
+// so that encoding them one by one gives the text of one encoding of the whole; small enough
+// to stay in the second-level cache between the read that fills one and its encoding.
+constexpr unsigned kEncodeBlock = 15u << 14;
 // Tag identifying the block's reservation in a memory-failure log entry.
 constexpr int kEncodeAllocTag = 1095;
 

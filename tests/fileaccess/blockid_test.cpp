@@ -72,11 +72,11 @@ TEST_F(BlockIdTest, EncodedReadsFollowTheLoad) {
     }
 }
 
-// Files that end around the read's block edges (15 << 16 bytes, whole groups of every
+// Files that end around the read's block edges (15 << 14 bytes, whole groups of every
 // encoding) and around each encoding's group: the text of one encoding of the whole file.
 // Line breaks and blanks are strewn so that quoted-printable's look-ahead crosses the edges.
 TEST_F(BlockIdTest, EncodedReadsAtEveryBlockAndGroupEdge) {
-    constexpr size_t kBlock = 15u << 16;
+    constexpr size_t kBlock = 15u << 14;
     std::mt19937 rng(9);
     std::string bytes(2 * kBlock + 8, '\0');
     for (char& c : bytes) c = rng() % 4 ? static_cast<char>(rng()) : " \r\n\t"[rng() % 4];
