@@ -103,29 +103,45 @@ bool FileSys::writeFileUtf8(const char* path, const void* data, unsigned n, LogB
 namespace {
 
 constexpr size_t kFilterPiece = 1u << 20;
+// Written bytes handed to the device at a time, ahead of the flush that ends the write.
+constexpr off_t kWriteBehind = off_t{16} << 20;
 
-// Collects a filter's output and writes it in large blocks.
+// Collects a producer's output and writes it in large blocks. Every 16 MiB written is handed
+// to the device at once, without waiting: a large file is then mostly on the device by the
+// time the write's final flush waits for it, the device working while the content is made.
 class BlockWriter {
 public:
     explicit BlockWriter(int fd) : m_fd(fd), m_buf(new (std::nothrow) unsigned char[kFilterPiece]) {}
     bool ready() const { return m_buf != nullptr; }
     bool put(const unsigned char* p, size_t n) {
         if (m_used + n > kFilterPiece && !flush()) return false;
-        if (n >= kFilterPiece) return fsi::writeAll(m_fd, p, n);
+        if (n >= kFilterPiece) return writeOut(p, n);
         std::memcpy(m_buf.get() + m_used, p, n);
         m_used += n;
         return true;
     }
     bool flush() {
-        if (m_used && !fsi::writeAll(m_fd, m_buf.get(), m_used)) return false;
+        if (m_used && !writeOut(m_buf.get(), m_used)) return false;
         m_used = 0;
         return true;
     }
 
 private:
+    bool writeOut(const unsigned char* p, size_t n) {
+        if (!fsi::writeAll(m_fd, p, n)) return false;
+        m_written += static_cast<off_t>(n);
+        if (m_written - m_handedOver >= kWriteBehind) {
+            // Only a hint: where it is not offered the final flush does all the work.
+            sysCalls().startWriteBack(m_fd, m_handedOver, m_written - m_handedOver);
+            m_handedOver = m_written;
+        }
+        return true;
+    }
+
     int m_fd;
     std::unique_ptr<unsigned char[]> m_buf;
     size_t m_used = 0;
+    off_t m_written = 0, m_handedOver = 0;
 };
 
 // Feeds the old content to the filter, one positioned read per piece, and writes its output.

@@ -42,6 +42,16 @@ int realRenameNoReplace(const char* from, const char* to) {
 #endif
 }
 
+int realStartWriteBack(int fd, off_t offset, off_t n) {
+#if defined(__linux__) && defined(SYNC_FILE_RANGE_WRITE)
+    return ::sync_file_range(fd, offset, n, SYNC_FILE_RANGE_WRITE);
+#else
+    (void)fd, (void)offset, (void)n;
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
 #if defined(__APPLE__)
 // The declaration's last parameter is unsigned int on 64-bit and unsigned long elsewhere.
 int realSetattrlist(const char* path, void* list, void* buf, size_t size, unsigned options) {
@@ -76,6 +86,7 @@ SysCalls makeReal() {
     t.fcntl = realFcntl;
     t.futimens = ::futimens;
     t.link = ::link;
+    t.startWriteBack = realStartWriteBack;
     t.renameNoReplace = realRenameNoReplace;
     t.flock = ::flock;
     t.utimensat = ::utimensat;

@@ -41,6 +41,9 @@ struct SysCalls {
     int (*fcntl)(int fd, int cmd, int arg);
     int (*futimens)(int fd, const struct timespec times[2]);
     int (*link)(const char* from, const char* to);
+    // Starts writing a range of a file's dirty pages to the device without waiting (Linux's
+    // sync_file_range with SYNC_FILE_RANGE_WRITE); ENOSYS where the platform has no such call.
+    int (*startWriteBack)(int fd, off_t offset, off_t n);
     // rename that fails with EEXIST instead of replacing `to`. Where the platform or the file
     // system has no such call it fails with ENOSYS or EINVAL, and callers fall back.
     int (*renameNoReplace)(const char* from, const char* to);
