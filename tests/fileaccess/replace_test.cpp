@@ -51,6 +51,8 @@ TEST_F(ReplaceTest, CountsEncodingsAndRefusals) {
         {le + z2 + wide("x", 4, false), le + z2 + wide("yy", 2, false) + z2, "utf-8", "x", "yy", 1},
         {le + "x", le + "yy", "windows-1252", "x", "yy", 1},
         {u8 + wide("x", 2, false), u8 + wide("yy", 2, false), "utf-16le", "x", "yy", 1},
+        // Another name of UTF-16: the strings carry no mark of their own.
+        {wide("xax", 2, false), wide("yyayy", 2, false), "utf16", "x", "yy", 2},
         // Refusals. Both strings are converted, so a failing str2 is reported after str1's.
         {"a text", "a text", "utf-8", "", "x", -1, "str1 is empty."},
         {"a text", "a text", "us-ascii", euro, "x", -1, no1},

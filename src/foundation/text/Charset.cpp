@@ -1,10 +1,15 @@
 // Charset names and code pages, and the small free helpers.
 #include "foundation/text/Charset.h"
 
+#include <cstring>
+#include <mutex>
 #include <new>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "foundation/text/Convert.h"
+#include "foundation/text/DataBuffer.h"
 
 namespace {
 
@@ -116,6 +121,123 @@ int patternCodePage(const std::string& lower) {
     return 0;
 }
 
+// ----- names iconv knows and the tables do not -----
+//
+// iconv has many names for one charset (L1, CP819 and IBM819 are ISO-8859-1), and some of
+// them write a byte-order mark before every output (glibc's UTF16, UTF32, CSUNICODE). Such a
+// name is matched with the known converter that converts exactly as it does: the same bytes
+// for each of a set of characters (from every script the table's code pages hold), a mark
+// put before every output aside, and the same text for every single byte. A match takes that
+// converter and its code page; the Unicode forms among them name their byte order and write
+// no mark. A name that matches nothing keeps its own converter and has no code page.
+
+const char* const kProbe[] = {
+    "A", "~", "\xC3\xA9", "\xC3\x9F", "\xC2\xA4", "\xC2\xA0", "\xE2\x82\xAC", "\xC5\x92",
+    "\xC5\xBE", "\xC4\x85", "\xC5\x91", "\xC4\x9F", "\xC5\x9F", "\xC4\xB1", "\xCE\xA9",
+    "\xCE\xAC", "\xD0\x96", "\xD1\x91", "\xD1\x97", "\xD7\xA9", "\xD8\xB9", "\xE0\xB8\x81",
+    "\xE1\xBA\xA1", "\xC6\xB0", "\xC5\xB5", "\xC5\x82", "\xE2\x80\x9C", "\xE2\x80\xA6",
+    "\xE6\x97\xA5", "\xE4\xB8\xAD", "\xE5\x9C\x8B", "\xED\x95\x9C", "\xEF\xBD\xB1",
+    "\xE3\x81\x82", "\xF0\x9F\x98\x80"};
+
+// The explicit forms of Unicode that are none of the table's code pages.
+constexpr CodePageEntry kUnicodeForms[] = {
+    {0, "UCS-2LE"}, {0, "UCS-2BE"}, {0, "UCS-4LE"}, {0, "UCS-4BE"}};
+
+const std::string kFailed = "\xFF!";
+
+std::string converted(const char* from, const char* to, const void* in, size_t n) {
+    DataBuffer out;
+    if (!convertCharset(from, to, static_cast<const unsigned char*>(in), n, out)) return kFailed;
+    return std::string(reinterpret_cast<const char*>(out.getData2()), out.getSize());
+}
+
+// The byte-order mark that starts `bytes` (and is not all of it), or "". The four-byte marks
+// are tried first, since FF FE also starts the UTF-32 one.
+std::string markAtStart(const std::string& bytes) {
+    static const std::string kMarks[] = {std::string("\xFF\xFE\0\0", 4),
+                                         std::string("\0\0\xFE\xFF", 4), "\xEF\xBB\xBF",
+                                         "\xFF\xFE", "\xFE\xFF"};
+    for (const std::string& mark : kMarks)
+        if (bytes.size() > mark.size() && bytes.compare(0, mark.size(), mark) == 0) return mark;
+    return "";
+}
+
+// What a converter makes of the probe characters and of every single byte; `mark` receives a
+// byte-order mark it puts before every output (then taken off each).
+std::vector<std::string> fingerprint(const char* iconvName, std::string& mark) {
+    std::vector<std::string> fp;
+    for (const char* c : kProbe) fp.push_back(converted("UTF-8", iconvName, c, std::strlen(c)));
+    mark.clear();
+    for (size_t i = 0; i < fp.size(); ++i) {
+        if (fp[i] == kFailed) continue;
+        const std::string m = markAtStart(fp[i]);
+        if (m.empty() || (!mark.empty() && m != mark)) {
+            mark.clear();
+            break;
+        }
+        mark = m;
+    }
+    if (!mark.empty())
+        for (std::string& out : fp)
+            if (out != kFailed) out.erase(0, mark.size());
+    for (unsigned b = 0; b < 256; ++b) {
+        const unsigned char byte = static_cast<unsigned char>(b);
+        fp.push_back(converted(iconvName, "UTF-8", &byte, 1));
+    }
+    return fp;
+}
+
+struct Resolved {
+    int codePage;
+    std::string iconvName;
+};
+
+class AliasResolver {
+public:
+    Resolved resolve(const std::string& lower, const char* name) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        auto known = m_resolved.find(lower);
+        if (known != m_resolved.end()) return known->second;
+        if (m_candidates.empty()) collectCandidates();
+        Resolved r{0, name};
+        std::string mark;
+        const std::vector<std::string> fp = fingerprint(name, mark);
+        for (const Candidate& c : m_candidates) {
+            if (c.fp != fp) continue;
+            r = Resolved{c.codePage, c.iconvName};
+            break;
+        }
+        return m_resolved.emplace(lower, r).first->second;
+    }
+
+private:
+    struct Candidate {
+        int codePage;
+        const char* iconvName;
+        std::vector<std::string> fp;
+    };
+    void add(int codePage, const char* iconvName) {
+        std::string mark;
+        if (converterExists(iconvName))
+            m_candidates.push_back({codePage, iconvName, fingerprint(iconvName, mark)});
+    }
+    void collectCandidates() {
+        for (const CodePageEntry& e : kCodePages) add(e.codePage, e.iconvName);
+        for (const NameEntry& e : kNames)
+            if (e.iconvName) add(e.codePage, e.iconvName);
+        for (const CodePageEntry& e : kUnicodeForms) add(e.codePage, e.iconvName);
+    }
+
+    std::mutex m_mutex;
+    std::vector<Candidate> m_candidates;
+    std::unordered_map<std::string, Resolved> m_resolved;
+};
+
+AliasResolver& aliasResolver() {
+    static AliasResolver resolver;
+    return resolver;
+}
+
 }  // namespace
 
 _ovCharset::_ovCharset() : m_codePage(CodePage::Utf8), m_iconvName("UTF-8") {}
@@ -133,14 +255,19 @@ bool _ovCharset::setByName(const char* name) {
         return true;
     }
     if (int cp = patternCodePage(lower)) return setByCodePage(cp);
-    // Any other name iconv knows; it reports a code page only when it names one of ours.
-    // iconv's "//TRANSLIT" and "//IGNORE" suffixes would let conversions substitute or drop
+    // Any other name iconv knows, matched with the table entry it converts as. iconv's
+    // "//TRANSLIT" and "//IGNORE" suffixes would let conversions substitute or drop
     // characters instead of failing, so names with a '/' are refused.
     if (lower.find('/') != std::string::npos || !converterExists(name)) return false;
-    m_codePage = 0;
-    for (const CodePageEntry& e : kCodePages)
-        if (lower == lowerAscii(e.iconvName)) m_codePage = e.codePage;
-    m_iconvName = name;
+    for (const CodePageEntry& e : kCodePages) {
+        if (lower != lowerAscii(e.iconvName)) continue;
+        m_codePage = e.codePage;
+        m_iconvName = e.iconvName;
+        return true;
+    }
+    const Resolved r = aliasResolver().resolve(lower, name);
+    m_codePage = r.codePage;
+    m_iconvName = r.iconvName;
     return true;
 }
 

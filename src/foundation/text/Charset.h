@@ -18,8 +18,11 @@ public:
     // selection is then unchanged.
     bool setByCodePage(int codePage);
 
+    // The code page, also for other names of a charset the tables know (L1 is 28591); 0 for
+    // a charset that has none.
     int getCodePage() const { return m_codePage; }
-    // The name handed to iconv for this charset.
+    // The name handed to iconv for this charset. The Unicode forms name their byte order
+    // (UTF16 is handed over as UTF-16LE), so that iconv writes no byte-order mark.
     const char* getIconvName() const { return m_iconvName.c_str(); }
 
 private:

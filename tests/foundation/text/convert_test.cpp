@@ -6,6 +6,7 @@
 #include <tuple>
 #include <vector>
 
+#include "foundation/text/Charset.h"
 #include "foundation/text/XString.h"
 #include "support/TestSupport.h"
 
@@ -24,6 +25,11 @@ TEST(Convert, RoundTripsAndTextACharsetCannotHold) {
     // the round trip only, null means the charset cannot hold the text.
     const std::tuple<const char*, const char*, const char*> cases[] = {
         {"Unicode", kWide, "4100AC203DD800DE"},
+        // Other names iconv has for those charsets: no byte-order mark before the text.
+        {"UTF16", kWide, "4100AC203DD800DE"},
+        {"utf32", kWide, "41000000AC20000000F60100"},
+        {"UCS-2", "A\xC3\xA9", "4100E900"},
+        {"L1", "caf\xC3\xA9", "636166E9"},
         {"unicodeFFFE", kWide, "004120ACD83DDE00"},
         {"utf-32", kWide, "41000000AC20000000F60100"},
         {"utf-32be", kWide, "00000041000020AC0001F600"},
@@ -49,6 +55,22 @@ TEST(Convert, RoundTripsAndTextACharsetCannotHold) {
         XString appended(">");
         ASSERT_TRUE(appended.appendFromEncodingDb(bytes, charset));
         EXPECT_EQ(appended.view(), std::string(">") + text);
+    }
+}
+
+// Every name of a charset the tables know answers its code page; the Unicode forms go to
+// iconv under the name of their byte order.
+TEST(Convert, AliasesAnswerTheirCodePage) {
+    const std::tuple<const char*, int, const char*> names[] = {
+        {"L1", 28591, "ISO-8859-1"},    {"cp819", 28591, "ISO-8859-1"}, {"UTF16", 1200, "UTF-16LE"},
+        {"UTF32", 12000, "UTF-32LE"},   {"MS_KANJI", 932, "SHIFT_JIS"}, {"UCS-2", 0, "UCS-2LE"},
+        {"latin2", 28592, "ISO-8859-2"}};
+    for (const auto& [name, codePage, iconvName] : names) {
+        SCOPED_TRACE(name);
+        _ovCharset cs;
+        ASSERT_TRUE(cs.setByName(name));
+        EXPECT_EQ(cs.getCodePage(), codePage);
+        EXPECT_STREQ(cs.getIconvName(), iconvName);
     }
 }
 
