@@ -34,13 +34,13 @@ int markedCodePage(const unsigned char* p, unsigned n) {
     return 0;
 }
 
+// A name nothing knows leaves the charset at its default, UTF-8.
 void chooseCharset(const unsigned char* head, unsigned n, const XString& charsetName,
-                   _ovCharset& cs, LogBase& log) {
-    if (int cp = markedCodePage(head, n)) {
+                   _ovCharset& cs) {
+    if (int cp = markedCodePage(head, n))
         cs.setByCodePage(cp);
-        return;
-    }
-    if (!cs.setByName(charsetName.getUtf8())) log.LogInfo("Unknown charset name; using utf-8.");
+    else
+        cs.setByName(charsetName.getUtf8());
 }
 
 // Both strings in the file's encoding. Both conversions are tried, so that a failure of
@@ -116,7 +116,7 @@ int replaceStrings(const XString& path, const XString& charset, const XString& s
         return -1;
 
     _ovCharset cs;
-    chooseCharset(block.get(), got, charset, cs, log);
+    chooseCharset(block.get(), got, charset, cs);
     DataBuffer find;
     DataBuffer repl;
     if (!convertStrings(str1, str2, cs, find, repl, log)) {

@@ -2,6 +2,8 @@
 // caller, the refusals, and the rewrite only when something changed.
 #include <sys/stat.h>
 
+#include <cerrno>
+
 #include <filesystem>
 #include <random>
 #include <string>
@@ -22,6 +24,13 @@ std::string wide(const std::string& ascii, size_t width, bool bigEndian) {
 
 class ReplaceTest : public FileAccessTest {
   protected:
+    // The texts of the log's lines of one kind, each followed by "|".
+    std::string lines(LogKind kind) const {
+        std::string s;
+        for (const LogEntry& e : fa.lastErrorLog().entries())
+            if (e.kind == kind) s += e.text + "|";
+        return s;
+    }
     int replace(const std::string& file, const char* charset, const char* s1, const char* s2) {
         XString p(file.c_str()), cs(charset), a(s1), b(s2);
         return fa.ReplaceStrings(p, cs, a, b);
@@ -58,6 +67,8 @@ TEST_F(ReplaceTest, CountsEncodingsAndRefusals) {
         {"a text", "a text", "us-ascii", euro, "x", -1, no1},
         {"a text", "a text", "us-ascii", euro, euro, -1,
          "Unable to get str2 in specified charset."},
+        // A charset nothing knows is UTF-8, without a word about it.
+        {"caf\xC3\xA9", "cafe", "no-such-charset", "\xC3\xA9", "e", 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE("row " + std::to_string(&c - cases));
@@ -67,11 +78,30 @@ TEST_F(ReplaceTest, CountsEncodingsAndRefusals) {
         EXPECT_EQ(value("n") + " " + lastLine(),
                   std::to_string(c.count) + (c.error ? " Failed." : " Success."));
         EXPECT_TRUE(c.error ? fa.lastErrorLog().contains(c.error) : errorCount() == 0);
+        EXPECT_EQ(lines(LogKind::Info), c.error ? "" : "Success.|");
     }
     // A file that cannot be loaded: -1, with neither "n" nor an outcome line.
     EXPECT_EQ(replace(path("missing"), "utf-8", "a", "b"), -1);
     EXPECT_EQ(value("n"), "<absent>");
     EXPECT_NE(lastLine(), "Failed.");
+}
+
+// A save that fails: its reason stands before "n", which holds the count, and the outcome.
+TEST_F(ReplaceTest, AFailedSaveLogsItsReasonBeforeTheCount) {
+    const std::string f = writeFile("t.txt", "one two one");
+    {
+        SysCallOverride o;
+        o.failNth(SysCallOverride::Rename, 1, EIO);
+        EXPECT_EQ(replace(f, "utf-8", "one", "1"), -1);
+    }
+    EXPECT_EQ(readFile(f), "one two one");
+    std::string order;
+    for (const LogEntry& e : fa.lastErrorLog().entries()) {
+        if (e.kind == LogKind::Error) order += "error ";
+        if (e.kind == LogKind::Data && e.name == "n") order += "n=" + e.text + " ";
+    }
+    EXPECT_EQ(order, "error n=2 error ") << lastLog(fa);
+    EXPECT_EQ(lastLine(), "Failed.");
 }
 
 TEST_F(ReplaceTest, FileIsRewrittenOnlyWhenSomethingWasReplaced) {
