@@ -2,6 +2,7 @@
 //
 // Both turn bytes into text through the buffer layer's binary-to-text encoder.
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -76,10 +77,17 @@ bool readBinaryToEncoded(const XString& path, const XString& name, XString& out,
         }
         total += got;
         last = got < kEncodeBlock;
-        if (encoding && !encoder.append(block.get(), got, last, text)) {
+        // The text is taken as C text: bytes given as they are end at the first NUL.
+        unsigned take = got;
+        if (encoding && encoder.keepsBytes()) {
+            const auto* nul = static_cast<const unsigned char*>(std::memchr(block.get(), 0, got));
+            if (nul) take = static_cast<unsigned>(nul - block.get());
+        }
+        if (encoding && !encoder.append(block.get(), take, last || take < got, text)) {
             encoding = false;
             out.clear();
         }
+        if (take < got) encoding = false;
     }
     log.LogDataInt64("fileSize", total);
     return true;

@@ -615,6 +615,8 @@ unsigned BlockEncoder::groupBytes() const {
     }
 }
 
+bool BlockEncoder::keepsBytes() const { return static_cast<Enc>(m_kind) == Enc::Ascii; }
+
 uint64_t BlockEncoder::textBound(uint64_t n) const {
     switch (static_cast<Enc>(m_kind)) {
         case Enc::Hex:

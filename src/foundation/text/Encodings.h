@@ -25,6 +25,8 @@ public:
     bool select(const char* encoding);
     // 3 for base64 and base64url, 5 for base32, 1 for the others.
     unsigned groupBytes() const;
+    // True for the encoding that gives the bytes as they are (ascii): its text may hold NULs.
+    bool keepsBytes() const;
     // The most text n bytes can give: the exact length for all but url and quoted-printable.
     uint64_t textBound(uint64_t n) const;
     // Reserves room in out for the text of n more bytes, in memory that fills quickly (large
