@@ -68,7 +68,7 @@ TEST_F(BlockIdTest, EncodedReadsFollowTheLoad) {
         std::string f = c.file == "<missing>" ? path("missing") : writeFile("in.bin", c.file);
         XString p(f.c_str()), enc(c.encoding), text("stale");
         EXPECT_EQ(fa.ReadBinaryToEncoded(p, enc, text), c.file != "<missing>") << lastLog(fa);
-        EXPECT_EQ(std::string(text.getUtf8()), c.out);
+        EXPECT_EQ(std::string(text.view()), c.out);
         EXPECT_EQ(value("fileSize"), c.fileSize);
         EXPECT_EQ(lastLine(), c.file != "<missing>" ? "Success." : "Failed.");
     }
