@@ -20,6 +20,10 @@ TEST(PathNamesTest, FinalPartDirectoryAndExtension) {
         {"notes.", {"notes.", "", ".", "notes"}},
         {"/etc/conf.d/settings", {"settings", "/etc/conf.d", "settings", "settings"}},
         {"/c.txt", {"c.txt", "/", ".txt", "c"}},
+        // Doubled separators stay out of the directory part, but for the root's own.
+        {"a//b", {"b", "a", "b", "b"}},
+        {"/a//c.txt", {"c.txt", "/a", ".txt", "c"}},
+        {"//c.txt", {"c.txt", "/", ".txt", "c"}},
         {"dir.d/", {"", "dir.d", "", ""}},
         {"", {"", "", "", ""}},
         {"a\\b.txt", {"a\\b.txt", "", ".txt", "a\\b"}},

@@ -25,7 +25,9 @@ void _ovFilePath::RemoveFilenamePart(XString& path) {
         path.clear();
         return;
     }
-    // The root keeps its separator; elsewhere the separator goes with the name.
-    std::string dir(p.substr(0, slash == 0 ? 1 : slash));
+    // The separators before the name go with it ("a//b" is in "a"); the root keeps one.
+    size_t end = slash;
+    while (end > 0 && p[end - 1] == '/') --end;
+    std::string dir(p.substr(0, end == 0 ? 1 : end));
     path.setFromUtf8(dir.c_str());
 }
