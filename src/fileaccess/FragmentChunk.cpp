@@ -53,14 +53,14 @@ bool ReadChunk::fetch(unsigned want) {
     return true;
 }
 
-// Whatever is still unfetched is measured, not read; a file whose size cannot be had is read.
+// Whatever is still unfetched is measured, not read, where the reported size can be trusted:
+// a regular file whose size covers what was read. Anything else is read (files of /proc, for
+// one, report a size of 0).
 bool ReadChunk::settle() {
     if (m_complete) return true;
-    if (!m_lazy) return fetch(kChunkSize);
-    const long long size = m_handle.fileSize64(nullptr);
-    if (size < 0) return fetch(kChunkSize);
-    const long long left = std::max(size - m_start, static_cast<long long>(m_held));
-    completeWith(static_cast<unsigned>(std::min(left, static_cast<long long>(kChunkSize))));
+    const long long size = m_lazy ? m_handle.regularFileSize64() : -1;
+    if (size < m_start + m_held) return fetch(kChunkSize);
+    completeWith(static_cast<unsigned>(std::min(size - m_start, static_cast<long long>(kChunkSize))));
     return true;
 }
 

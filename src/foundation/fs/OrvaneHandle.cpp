@@ -179,6 +179,12 @@ long long OrvaneHandle::fileSize64(LogBase* log) {
     return statHeld(m_fd, st, log) ? static_cast<long long>(st.st_size) : -1;
 }
 
+long long OrvaneHandle::regularFileSize64() {
+    struct stat st;
+    return statHeld(m_fd, st, nullptr) && S_ISREG(st.st_mode) ? static_cast<long long>(st.st_size)
+                                                               : -1;
+}
+
 bool OrvaneHandle::fileId(FileId& out, LogBase* log) {
     struct stat st;
     if (!statHeld(m_fd, st, log)) return false;

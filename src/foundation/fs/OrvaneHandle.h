@@ -59,6 +59,8 @@ public:
     long long ftell64(LogBase* log);
     // The file's size; -1 on failure.
     long long fileSize64(LogBase* log);
+    // The size of a regular file; -1 for anything else and on failure (nothing logged).
+    long long regularFileSize64();
     // Which file is held (device and inode); false on failure.
     bool fileId(FileId& out, LogBase* log);
     // Cuts or extends the file to size; the position does not move.
