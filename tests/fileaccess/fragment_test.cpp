@@ -4,9 +4,9 @@
 
 #include <cerrno>
 #include <fstream>
-#include <vector>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "fileaccess/LogProbe.h"
 #include "foundation/fs/SysCalls.h"
@@ -213,8 +213,8 @@ TEST_F(FragmentTest, AgreesWithReferenceScannerOnRandomFiles) {
 // call and a read from the position left behind, on both objects.
 TEST_F(FragmentTest, ScanGivesWhatSingleCallsGive) {
     const std::string markers[][2] = {{"<r>", "</r>"}, {"<r", "</r>"}, {"ab", "b"}, {"#", "$"}};
-    const std::string noise[] = {"<r", "<r ", "<r\t", "<r\n", "</r", "a", "b", "#", "$", "x",
-                                 "<r>", "</r>"};
+    const std::string noise[] = {"<r", "<r ", "<r\t", "<r\n", "</r", "a",
+                                 "b",  "#",   "$",    "x",    "<r>", "</r>"};
     std::mt19937 rng(20261124);
     auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
     auto nearSeam = [&] { return (kChunk << pick(4)) - 8 + pick(16); };
@@ -264,7 +264,8 @@ TEST_F(FragmentTest, ScanGivesWhatSingleCallsGive) {
         auto lines = [](ClsFileAccess& obj) {
             std::string s;
             for (const LogEntry& entry : obj.lastErrorLog().entries())
-                if (entry.kind == LogKind::Error || entry.kind == LogKind::Info) s += entry.text + "\n";
+                if (entry.kind == LogKind::Error || entry.kind == LogKind::Info)
+                    s += entry.text + "\n";
             return s;
         };
         ASSERT_EQ(verbose ? "" : lines(fa), verbose ? "" : lines(single));
@@ -333,4 +334,3 @@ TEST_F(FragmentTest, AWronglyReportedSizeIsNotTrusted) {
     }
     sysCalls().fstat = realSysCalls().fstat;
 }
-

@@ -25,7 +25,10 @@ public:
 
     const char* getUtf8() const { return m_utf8.getString(); }
     std::string_view view() const { return m_utf8.view(); }
-    // The text in the ANSI code page; characters it cannot hold become '?'.
+    // The text in the ANSI code page (windows-1252), NUL-terminated. This has no way to report
+    // a failure, so unlike getConverted it does not fail: every character the code page cannot
+    // hold, and every byte of the string that is not valid UTF-8, becomes one '?'. Valid until
+    // the string changes.
     const char* getAnsi() const;
     const StringBuffer& getUtf8Sb() const { return m_utf8; }
     // The string's own UTF-8 bytes: changes made through it change the string.

@@ -74,6 +74,22 @@ TEST(Convert, AliasesAnswerTheirCodePage) {
     }
 }
 
+// The one conversion that cannot fail: what windows-1252 lacks, and bytes that are no UTF-8,
+// come out as one '?' each.
+TEST(Convert, AnsiTextMarksWhatItCannotHold) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"caf\xC3\xA9 \xE2\x82\xAC", "caf\xE9 \x80"},
+        {"\xE6\x97\xA5\xE6\x9C\xAC x", "?? x"},
+        {"a\xFF\xC3"
+         "b",
+         "a??b"},
+        {"\xF0\x9F\x98\x80", "?"}};
+    for (const auto& [utf8, ansi] : cases) {
+        SCOPED_TRACE(utf8);
+        EXPECT_STREQ(XString(utf8).getAnsi(), ansi);
+    }
+}
+
 TEST(Convert, InvalidBytesFailWithoutChange) {
     // A cut-off sequence, an encoded surrogate, a code point past U+10FFFF, a lone high
     // surrogate, a cut-off unit, bytes outside their charsets, and charsets that do not exist.
