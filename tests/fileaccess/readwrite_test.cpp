@@ -90,7 +90,7 @@ TEST_F(ReadWriteTest, FileWriteBdWritesTheSliceAsked) {
 // With no file open every write is refused by its own frame without a failure line; with one
 // open, each writes at the current position (not the end) in its charset.
 TEST_F(ReadWriteTest, WritesAndAppendsNeedAFileAndWriteAtThePosition) {
-    XString utf8("utf-8"), utf16("utf-16"), text("h\xC3\xA9");  // "hé"
+    XString utf8("utf-8"), utf16("utf-16"), utf16Alias("UTF16"), text("h\xC3\xA9");  // "hé"
     ClsStringBuilder sb;
     sb.m_str.setFromUtf8("\xE2\x82\xAC!");  // "€!"
     ClsBinData bd;
@@ -100,6 +100,7 @@ TEST_F(ReadWriteTest, WritesAndAppendsNeedAFileAndWriteAtThePosition) {
         {"AppendUnicodeBOM", [&] { return fa.AppendUnicodeBOM(); }},
         {"AppendText", [&] { return fa.AppendText(text, utf8); }},
         {"AppendText", [&] { return fa.AppendText(text, utf16); }},
+        {"AppendText", [&] { return fa.AppendText(text, utf16Alias); }},
         {"AppendSb", [&] { return fa.AppendSb(sb, utf8); }},
         {"AppendSb", [&] { return fa.AppendSb(sb, utf16); }},
         {"AppendAnsi", [&] { return fa.AppendAnsi(text); }},
@@ -112,13 +113,13 @@ TEST_F(ReadWriteTest, WritesAndAppendsNeedAFileAndWriteAtThePosition) {
         EXPECT_EQ(fa.lastErrorLog().entries().at(0).name, name);
         EXPECT_EQ(lastLine(), "File not open") << lastLog(fa);  // and no failure line
     }
-    std::string p = openWith("abcdefghijklmnopqrstuvwxyz012345");
+    std::string p = openWith("abcdefghijklmnopqrstuvwxyz0123456789");
     ASSERT_CALL_OK(fa, fa.FileSeek(1, 0));
     for (const auto& [name, call] : calls) EXPECT_CALL_OK(fa, call()) << name;
     fa.FileClose();
-    EXPECT_EQ(readFile(p), "a\xEF\xBB\xBF\xFF\xFEh\xC3\xA9" + std::string("h\0\xE9\0", 4) +
+    EXPECT_EQ(readFile(p), "a\xEF\xBB\xBF\xFF\xFEh\xC3\xA9" + std::string("h\0\xE9\0h\0\xE9\0", 8) +
                                "\xE2\x82\xAC!" + std::string("\xAC\x20!\0", 4) + "h\xE9" +
-                               std::string("\0\1\0\1\0\1\1", 7) + "45");
+                               std::string("\0\1\0\1\0\1\1", 7) + "89");
 }
 
 }  // namespace
