@@ -2,23 +2,34 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <iomanip>
 #include <limits>
 
 #include "fileaccess/ClsFileAccess.h"
+#include "foundation/text/Charset.h"
 
 namespace fatool {
 
 namespace {
 
 constexpr const char* kProgram = "fatool";
+constexpr size_t kCopyBlock = 1u << 20;
 
 // Options every command accepts besides its own.
 const std::vector<OptionSpec>& commonOptions() {
     static const std::vector<OptionSpec> opts = {
         {"help", 'h', nullptr, "show this help and exit"},
         {"verbose", 'v', nullptr, "print the library's log of every call on standard error"},
-        {"progress", 0, nullptr, "report progress of long jobs even when not on a terminal"},
+        {"version", 0, nullptr, "print the version and exit"},
+    };
+    return opts;
+}
+
+// Options of the commands that show progress.
+const std::vector<OptionSpec>& progressOptions() {
+    static const std::vector<OptionSpec> opts = {
+        {"progress", 0, nullptr, "report progress even when standard error is no terminal"},
         {"no-progress", 0, nullptr, "never report progress"},
     };
     return opts;
@@ -32,8 +43,8 @@ std::vector<CommandSpec> buildTable() {
     return table;
 }
 
-const CommandSpec* findCommand(const std::vector<CommandSpec>& table, const std::string& name) {
-    for (const CommandSpec& c : table) {
+const CommandSpec* findCommand(const std::string& name) {
+    for (const CommandSpec& c : commandTable()) {
         if (name == c.name) return &c;
     }
     return nullptr;
@@ -49,8 +60,8 @@ void printOptions(std::ostream& os, const std::vector<OptionSpec>& opts) {
 }
 
 void printUsageLine(std::ostream& os, const CommandSpec& c) {
-    os << "Usage: " << kProgram << ' ' << c.name << (c.options.empty() ? "" : " [OPTIONS]")
-       << (c.args[0] ? " " : "") << c.args << '\n';
+    os << "Usage: " << kProgram << ' ' << c.name << " [OPTIONS]" << (c.args[0] ? " " : "")
+       << c.args << '\n';
 }
 
 void printCommandHelp(std::ostream& os, const CommandSpec& c) {
@@ -59,22 +70,24 @@ void printCommandHelp(std::ostream& os, const CommandSpec& c) {
     if (c.details[0]) os << '\n' << c.details << '\n';
     os << "\nOptions:\n";
     printOptions(os, c.options);
+    if (c.showsProgress) printOptions(os, progressOptions());
     printOptions(os, commonOptions());
 }
 
-void printProgramHelp(std::ostream& os, const std::vector<CommandSpec>& table) {
+void printProgramHelp(std::ostream& os) {
     os << "Usage: " << kProgram << " [OPTIONS] COMMAND [ARGS...]\n"
-       << "       " << kProgram << " COMMAND --help\n\n"
+       << "  or:  " << kProgram << " COMMAND --help\n\n"
        << "Works with files and directories through the file-access library.\n\nCommands:\n";
-    for (const CommandSpec& c : table) {
+    for (const CommandSpec& c : commandTable()) {
         os << "  " << std::left << std::setw(13) << c.name << ' ' << c.summary << '\n';
     }
     os << "\nOptions:\n";
     printOptions(os, commonOptions());
-    os << "  " << std::left << std::setw(26) << "    --version"
-       << " print the version and exit\n"
-       << "\nExit status: 0 on success, 1 when the operation failed (the library's log is then\n"
-       << "printed on standard error), 2 on bad usage.\n";
+    os << "\nA FILE given as - is standard input, an output given as - standard output.\n"
+       << "Sizes are byte counts with an optional K, M or G (binary multiples).\n"
+       << "\nExit status: 0 on success, 1 when the operation failed (one line on standard\n"
+       << "error says why), 2 on bad usage. compare exits 1 when the files differ and 2 when\n"
+       << "they cannot be compared, as cmp does.\n";
 }
 
 const OptionSpec* findOption(const std::vector<OptionSpec>& opts, const std::string& longName,
@@ -86,7 +99,15 @@ const OptionSpec* findOption(const std::vector<OptionSpec>& opts, const std::str
     return nullptr;
 }
 
-// Applies the options that every command shares; true when `name` was one of them.
+const OptionSpec* findAnyOption(const CommandSpec& spec, const std::string& longName,
+                                char shortName) {
+    const OptionSpec* o = findOption(spec.options, longName, shortName);
+    if (!o && spec.showsProgress) o = findOption(progressOptions(), longName, shortName);
+    if (!o) o = findOption(commonOptions(), longName, shortName);
+    return o;
+}
+
+// Applies the options that change the context; true when `name` was one of them.
 bool applyCommonOption(Context& ctx, const std::string& name) {
     if (name == "verbose")
         ctx.verbose = true;
@@ -99,14 +120,33 @@ bool applyCommonOption(Context& ctx, const std::string& name) {
     return true;
 }
 
-// Splits the command's words into options and positional arguments. A lone "--" ends the
-// options, so that a file named "-x" can still be given.
+// Takes the value of option `o` from the rest of a word or the next word.
+void takeValue(Invocation& inv, const OptionSpec& o, const std::vector<std::string>& words,
+               size_t& i, const std::string& attached, bool hasAttached) {
+    if (!o.value) {
+        if (hasAttached) throw UsageError(std::string("option --") + o.name + " takes no value");
+        inv.opts[o.name] = "";
+        return;
+    }
+    if (!hasAttached) {
+        if (i + 1 >= words.size())
+            throw UsageError(std::string("option --") + o.name + " needs a value");
+        inv.opts[o.name] = words[++i];
+        return;
+    }
+    inv.opts[o.name] = attached;
+}
+
+// Splits the command's words into options and positional arguments. Short options may be
+// grouped (-cv) and take their value attached (-dparts) or as the next word; a lone "-" is an
+// argument (standard input or output), and a lone "--" ends the options, so that a file
+// named "-x" can still be given.
 void parseWords(Invocation& inv, const std::vector<std::string>& words) {
     bool optionsDone = false;
     for (size_t i = 0; i < words.size(); ++i) {
         const std::string& w = words[i];
         // A negative number such as -5 is an argument, not an option.
-        bool negativeNumber = w.size() >= 2 && w[0] == '-' && w[1] >= '0' && w[1] <= '9';
+        const bool negativeNumber = w.size() >= 2 && w[0] == '-' && w[1] >= '0' && w[1] <= '9';
         if (optionsDone || w.size() < 2 || w[0] != '-' || negativeNumber) {
             inv.args.push_back(w);
             continue;
@@ -115,67 +155,128 @@ void parseWords(Invocation& inv, const std::vector<std::string>& words) {
             optionsDone = true;
             continue;
         }
-        std::string longName;
-        std::string value;
-        bool hasInlineValue = false;
-        char shortName = 0;
         if (w[1] == '-') {
-            longName = w.substr(2);
-            size_t eq = longName.find('=');
+            std::string name = w.substr(2), value;
+            const size_t eq = name.find('=');
             if (eq != std::string::npos) {
-                value = longName.substr(eq + 1);
-                longName.resize(eq);
-                hasInlineValue = true;
+                value = name.substr(eq + 1);
+                name.resize(eq);
             }
-        } else if (w.size() == 2) {
-            shortName = w[1];
-        } else {
-            throw UsageError("unknown option '" + w + "'");
-        }
-        const OptionSpec* o = findOption(inv.spec.options, longName, shortName);
-        if (!o) o = findOption(commonOptions(), longName, shortName);
-        if (!o) throw UsageError("unknown option '" + w + "'");
-        if (!o->value) {
-            if (hasInlineValue)
-                throw UsageError(std::string("option --") + o->name + " takes no value");
-            inv.opts[o->name] = "";
+            const OptionSpec* o = findAnyOption(inv.spec, name, 0);
+            if (!o) throw UsageError("unknown option '" + w + "'");
+            takeValue(inv, *o, words, i, value, eq != std::string::npos);
             continue;
         }
-        if (!hasInlineValue) {
-            if (i + 1 >= words.size())
-                throw UsageError(std::string("option --") + o->name + " needs a value");
-            value = words[++i];
+        for (size_t k = 1; k < w.size(); ++k) {
+            const OptionSpec* o = findAnyOption(inv.spec, "", w[k]);
+            if (!o) throw UsageError(std::string("unknown option '-") + w[k] + "'");
+            if (o->value) {
+                takeValue(inv, *o, words, i, w.substr(k + 1), k + 1 < w.size());
+                break;
+            }
+            takeValue(inv, *o, words, i, "", false);
         }
-        inv.opts[o->name] = value;
     }
 }
 
 int runCommand(const CommandSpec& spec, const std::vector<std::string>& words, Context& ctx) {
-    Invocation inv{ctx, spec, {}, {}};
+    Invocation inv(ctx, spec);
     try {
         parseWords(inv, words);
         if (inv.has("help")) {
             printCommandHelp(ctx.out, spec);
             return kExitOk;
         }
+        if (inv.has("version")) {
+            ctx.out << kProgram << ' ' << ClsBase::libraryVersion() << '\n';
+            return kExitOk;
+        }
         for (const auto& [name, value] : inv.opts) applyCommonOption(ctx, name);
-        int n = static_cast<int>(inv.args.size());
+        const int n = static_cast<int>(inv.args.size());
         if (n < spec.minArgs) throw UsageError("missing arguments");
         if (n > spec.maxArgs) throw UsageError("too many arguments");
         return spec.run(inv);
     } catch (const UsageError& e) {
-        ctx.err << kProgram << ' ' << spec.name << ": " << e.what() << '\n';
+        ctx.err << kProgram << ": " << spec.name << ": " << e.what() << '\n';
         printUsageLine(ctx.err, spec);
         ctx.err << "Try '" << kProgram << ' ' << spec.name << " --help' for more.\n";
         return kExitUsage;
     }
 }
 
+std::string rangeText(int64_t minValue, int64_t maxValue) {
+    return std::to_string(minValue) + " to " + std::to_string(maxValue);
+}
+
 }  // namespace
+
+const std::vector<CommandSpec>& commandTable() {
+    static const std::vector<CommandSpec> table = buildTable();
+    return table;
+}
+
+Invocation::~Invocation() {
+    ClsFileAccess fa;
+    for (const std::string& p : scratch) {
+        XString path(p.c_str());
+        fa.FileDelete(path);
+    }
+}
 
 std::string Invocation::get(const std::string& name, const std::string& fallback) const {
     auto it = opts.find(name);
     return it == opts.end() ? fallback : it->second;
+}
+
+std::string Invocation::shown(const std::string& arg) {
+    return arg == "-" ? "standard input" : arg;
+}
+
+std::string Invocation::inputFile(const std::string& arg) {
+    if (arg != "-") return arg;
+    ClsFileAccess fa;
+    XString dir, prefix("fatool-stdin-"), path;
+    if (!fa.GetTempFilename(dir, prefix, path))
+        throw UsageError("cannot keep standard input: " + errorLines(fa));
+    scratch.push_back(path.getUtf8());
+    if (!fa.OpenForWrite(path)) throw UsageError("cannot keep standard input: " + errorLines(fa));
+    std::vector<char> block(kCopyBlock);
+    DataBuffer data;
+    while (ctx.in.read(block.data(), static_cast<std::streamsize>(block.size())) ||
+           ctx.in.gcount() > 0) {
+        data.clear();
+        data.append(block.data(), static_cast<unsigned>(ctx.in.gcount()));
+        if (!fa.FileWrite(data)) throw UsageError("cannot keep standard input: " + errorLines(fa));
+    }
+    fa.FileClose();
+    return path.getUtf8();
+}
+
+int Invocation::fail(const std::string& path, const std::string& reason) const {
+    ctx.err << kProgram << ": " << spec.name << ": " << (path.empty() ? "" : shown(path) + ": ")
+            << reason << '\n';
+    return kExitFailed;
+}
+
+int Invocation::failFrom(ClsBase& obj, const std::string& path) const {
+    return failFromLog(errorLines(obj), logText(obj), path);
+}
+
+int Invocation::failFromLog(const std::string& lines, const std::string& log,
+                            const std::string& path) const {
+    fail(path, lines.empty() ? "failed" : lines);
+    showLog(log);
+    return kExitFailed;
+}
+
+void Invocation::showLog(ClsBase& obj) const {
+    if (ctx.verbose) showLog(logText(obj));
+}
+
+void Invocation::showLog(const std::string& text) const {
+    if (!ctx.verbose) return;
+    ctx.err << text;
+    if (!text.empty() && text.back() != '\n') ctx.err << '\n';
 }
 
 std::string logText(ClsBase& obj) {
@@ -184,19 +285,21 @@ std::string logText(ClsBase& obj) {
     return text.getUtf8();
 }
 
-void Invocation::printLog(const std::string& text) const {
-    ctx.err << text;
-    if (!text.empty() && text.back() != '\n') ctx.err << '\n';
+std::string errorLines(ClsBase& obj) { return errorLines(obj.lastErrorLog()); }
+
+std::string errorLines(const _ovLogger& log) {
+    std::string lines;
+    for (const LogEntry& e : log.entries()) {
+        // The outcome line says only that the call failed, which the exit status says too.
+        if (e.kind != LogKind::Error || e.text == "Failed.") continue;
+        if (!lines.empty()) lines += "; ";
+        lines += e.text;
+    }
+    return lines;
 }
 
-int Invocation::finishLog(const std::string& text, bool ok, const std::string& failure) const {
-    if (!ok) ctx.err << kProgram << ' ' << spec.name << ": " << failure << '\n';
-    if (!ok || ctx.verbose) printLog(text);
-    return ok ? kExitOk : kExitFailed;
-}
-
-int Invocation::finish(ClsBase& obj, bool ok, const std::string& failure) const {
-    return finishLog(logText(obj), ok, failure);
+std::string counted(int64_t n, const char* singular, const char* plural) {
+    return std::to_string(n) + " " + (n == 1 ? singular : plural);
 }
 
 int64_t parseInt(const std::string& text, const char* what, int64_t minValue, int64_t maxValue) {
@@ -204,8 +307,8 @@ int64_t parseInt(const std::string& text, const char* what, int64_t minValue, in
     char* end = nullptr;
     long long v = std::strtoll(text.c_str(), &end, 10);
     if (text.empty() || *end != '\0' || errno == ERANGE || v < minValue || v > maxValue) {
-        throw UsageError(std::string("invalid ") + what + " '" + text + "' (expected " +
-                         std::to_string(minValue) + " to " + std::to_string(maxValue) + ")");
+        throw UsageError(std::string("invalid ") + what + " '" + text + "': expected " +
+                         rangeText(minValue, maxValue));
     }
     return v;
 }
@@ -215,40 +318,49 @@ int64_t parseSize(const std::string& text, const char* what, int64_t minValue, i
     int shift = 0;
     if (!digits.empty()) {
         switch (digits.back()) {
-            case 'k':
-            case 'K':
-                shift = 10;
-                break;
-            case 'm':
-            case 'M':
-                shift = 20;
-                break;
-            case 'g':
-            case 'G':
-                shift = 30;
-                break;
-            default:
-                break;
+            case 'K': shift = 10; break;
+            case 'M': shift = 20; break;
+            case 'G': shift = 30; break;
+            default: break;
         }
         if (shift) digits.pop_back();
     }
-    int64_t base = parseInt(digits, what, 0, std::numeric_limits<int64_t>::max() >> 30);
-    int64_t v = base << shift;
-    if (digits.empty() || v < minValue || v > maxValue) {
-        throw UsageError(std::string("invalid ") + what + " '" + text + "' (expected " +
-                         std::to_string(minValue) + " to " + std::to_string(maxValue) + ")");
+    errno = 0;
+    char* end = nullptr;
+    const long long base = std::strtoll(digits.c_str(), &end, 10);
+    const bool number = !digits.empty() && *end == '\0' && errno != ERANGE && base >= 0 &&
+                        base <= (std::numeric_limits<int64_t>::max() >> shift);
+    const int64_t v = number ? base << shift : -1;
+    if (!number || v < minValue || v > maxValue) {
+        throw UsageError(std::string("invalid ") + what + " '" + text +
+                         "': expected a byte count from " + rangeText(minValue, maxValue) +
+                         ", with an optional K, M or G");
     }
     return v;
 }
 
-int run(int argc, const char* const* argv, Context& ctx) {
-    static const std::vector<CommandSpec> table = buildTable();
+void checkCharset(const std::string& name) {
+    _ovCharset cs;
+    if (!cs.setByName(name.c_str())) throw UsageError("unknown charset '" + name + "'");
+}
+
+void checkEncoding(const std::string& name) {
+    DataBuffer probe;
+    probe.appendChar('x');
+    StringBuffer text;
+    if (!probe.encodeDB(name.c_str(), text)) throw UsageError("unknown encoding '" + name + "'");
+}
+
+namespace {
+
+// Parses the words before the command and runs it; `name` receives the command's name.
+int dispatch(int argc, const char* const* argv, Context& ctx, std::string& name) {
     int i = 1;
     // Options before the command name apply to it as well.
-    for (; i < argc && argv[i][0] == '-'; ++i) {
+    for (; i < argc && argv[i][0] == '-' && argv[i][1] != '\0'; ++i) {
         std::string w = argv[i];
         if (w == "--help" || w == "-h") {
-            printProgramHelp(ctx.out, table);
+            printProgramHelp(ctx.out);
             return kExitOk;
         }
         if (w == "--version") {
@@ -266,14 +378,32 @@ int run(int argc, const char* const* argv, Context& ctx) {
         ctx.err << kProgram << ": no command given\nTry '" << kProgram << " --help' for more.\n";
         return kExitUsage;
     }
-    const CommandSpec* spec = findCommand(table, argv[i]);
+    const CommandSpec* spec = findCommand(argv[i]);
     if (!spec) {
         ctx.err << kProgram << ": unknown command '" << argv[i] << "'\n"
                 << "Try '" << kProgram << " --help' for the list of commands.\n";
         return kExitUsage;
     }
-    std::vector<std::string> words(argv + i + 1, argv + argc);
-    return runCommand(*spec, words, ctx);
+    name = spec->name;
+    return runCommand(*spec, std::vector<std::string>(argv + i + 1, argv + argc), ctx);
+}
+
+}  // namespace
+
+int run(int argc, const char* const* argv, Context& ctx) {
+    std::string name;
+    int status = dispatch(argc, argv, ctx, name);
+    // What was printed must have arrived: a full disk or a closed pipe is a failure.
+    errno = 0;
+    ctx.out.flush();
+    if (!ctx.out) {
+        const int err = errno;
+        ctx.err << kProgram << ": " << (name.empty() ? "" : name + ": ")
+                << "standard output: write error"
+                << (err ? std::string(": ") + std::strerror(err) : std::string()) << '\n';
+        status = kExitFailed;
+    }
+    return status;
 }
 
 }  // namespace fatool

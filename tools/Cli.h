@@ -2,12 +2,15 @@
 //
 // Every subcommand is a CommandSpec (name, arguments, options, help text and the function
 // that runs it). run() parses the command line against the table, prints help, turns bad
-// usage into exit status 2, and hands a parsed Invocation to the command, whose result is 0
-// (done) or 1 (the operation failed). Output goes to the streams of the Context, so the whole
-// program can run inside a test.
+// usage into exit status 2, and hands a parsed Invocation to the command. A command's result
+// is its exit status: 0 done, 1 the operation failed. Every failure is one line on standard
+// error, "fatool: COMMAND: PATH: reason"; --verbose adds the library's whole log. Output goes
+// to the streams of the Context, so the whole program can run inside a test; a failed write
+// to standard output fails the command.
 #pragma once
 
 #include <cstdint>
+#include <istream>
 #include <map>
 #include <ostream>
 #include <stdexcept>
@@ -16,6 +19,7 @@
 
 class ClsBase;
 class XString;
+class _ovLogger;
 
 namespace fatool {
 
@@ -24,11 +28,14 @@ constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
 struct Context {
+    std::istream& in;
     std::ostream& out;
     std::ostream& err;
     bool verbose = false;
-    // Whether long jobs report their progress on `err`.
+    // Whether long jobs may report their progress on `err` (a terminal, or --progress).
     bool progress = false;
+    // How long a job runs before its progress shows (seconds).
+    double progressDelay = 0.5;
 };
 
 // Thrown by a command that finds its arguments unusable; run() prints it with the usage line.
@@ -39,7 +46,7 @@ class UsageError : public std::runtime_error {
 
 struct OptionSpec {
     const char* name;   // long name without the dashes
-    char shortName;     // 0 when there is none
+    char shortName;     // 0 when there is none; a letter means the same in every command
     const char* value;  // placeholder of the option's value, or null for a flag
     const char* help;
 };
@@ -56,6 +63,7 @@ struct CommandSpec {
     int maxArgs;
     std::vector<OptionSpec> options;
     CommandFn run;
+    bool showsProgress = false;  // offers --progress and --no-progress
 };
 
 struct Invocation {
@@ -63,30 +71,57 @@ struct Invocation {
     const CommandSpec& spec;
     std::vector<std::string> args;
     std::map<std::string, std::string> opts;
+    // Files made for the call (standard input copied to a file); removed when it ends.
+    std::vector<std::string> scratch;
+
+    Invocation(Context& c, const CommandSpec& s) : ctx(c), spec(s) {}
+    ~Invocation();
+    Invocation(const Invocation&) = delete;
+    Invocation& operator=(const Invocation&) = delete;
 
     bool has(const std::string& name) const { return opts.count(name) != 0; }
     std::string get(const std::string& name, const std::string& fallback) const;
 
-    // Prints the object's last-error log when the call failed or --verbose is on, and a
-    // one-line diagnosis on failure; returns the exit status for the outcome.
-    int finish(ClsBase& obj, bool ok, const std::string& failure) const;
-    // As finish, for a log that is not an object's own.
-    int finishLog(const std::string& logText, bool ok, const std::string& failure) const;
-    void printLog(const std::string& logText) const;
+    // A file to read for the argument: "-" is standard input, copied to a private file first
+    // (the library works on files that can be read more than once). Throws UsageError when
+    // standard input cannot be copied.
+    std::string inputFile(const std::string& arg);
+    // How a path is named in messages ("-" is standard input).
+    static std::string shown(const std::string& arg);
+
+    // The one-line failure report: "fatool: COMMAND: PATH: reason" (no PATH when empty).
+    int fail(const std::string& path, const std::string& reason) const;
+    // A failure whose reason is what the library's log says went wrong (its error lines);
+    // with --verbose the whole log follows.
+    int failFrom(ClsBase& obj, const std::string& path) const;
+    int failFromLog(const std::string& errorLines, const std::string& logText,
+                    const std::string& path) const;
+    // With --verbose, the library's whole log of the call.
+    void showLog(ClsBase& obj) const;
+    void showLog(const std::string& logText) const;
 };
 
-// A byte count such as 4096, 64K, 100M or 2G (binary multiples); UsageError when it is not one
-// or lies outside [minValue, maxValue].
+// A byte count such as 4096, 64K, 100M or 2G (binary multiples); UsageError, with the range
+// accepted, when it is not one or lies outside [minValue, maxValue].
 int64_t parseSize(const std::string& text, const char* what, int64_t minValue, int64_t maxValue);
 // A plain decimal integer within [minValue, maxValue]; UsageError otherwise.
 int64_t parseInt(const std::string& text, const char* what, int64_t minValue, int64_t maxValue);
-// The object's last-error log as text.
+// UsageError unless the library knows the charset, or the encoding.
+void checkCharset(const std::string& name);
+void checkEncoding(const std::string& name);
+// The object's last-error log as text, and only its error lines (joined by "; ").
 std::string logText(ClsBase& obj);
+std::string errorLines(ClsBase& obj);
+std::string errorLines(const _ovLogger& log);
+// "1 part", "2 parts".
+std::string counted(int64_t n, const char* singular, const char* plural);
 
 // The command tables of each family, joined by run().
 void addFileCommands(std::vector<CommandSpec>& table);
 void addBigFileCommands(std::vector<CommandSpec>& table);
 void addContentCommands(std::vector<CommandSpec>& table);
+// The whole table.
+const std::vector<CommandSpec>& commandTable();
 
 // Runs the program on argv (argv[0] is the program's name) and returns its exit status.
 int run(int argc, const char* const* argv, Context& ctx);

@@ -1,17 +1,20 @@
 // Whole-file jobs: split, join, compare and replace.
 #include <fstream>
 #include <memory>
-#include <sstream>
+#include <new>
 
 #include "Cli.h"
 #include "Progress.h"
 #include "fileaccess/ClsFileAccess.h"
+#include "foundation/fs/DataSource.h"
+#include "foundation/fs/FileSys.h"
 
 namespace fatool {
 
 namespace {
 
 const char* const kDefaultExt = "part";
+constexpr unsigned kJoinBlock = 1u << 20;
 
 std::string fileNameOf(const std::string& path) {
     size_t slash = path.rfind('/');
@@ -25,10 +28,10 @@ std::string trimmed(const std::string& s) {
     return s.substr(b, s.find_last_not_of(ws) - b + 1);
 }
 
-// Where the library puts part `n` of a split set. Used only to watch the parts for progress
-// and to count them, so the library stays the one authority on the names it writes.
+// Where the library puts part `n` of a split set: the program reads and checks the parts
+// under the names the library gives them.
 std::string partPath(const std::string& dir, const std::string& prefix, const std::string& ext,
-                     int n) {
+                     int64_t n) {
     std::string e = ext;
     if (!e.empty() && e[0] == '.') e.erase(0, 1);
     std::string name = trimmed(prefix) + std::to_string(n) + "." + trimmed(e);
@@ -49,6 +52,7 @@ bool isFile(ClsFileAccess& fa, const std::string& path) {
 // Part names of a split or join: directory, prefix and extension, from options or defaults.
 struct PartNaming {
     std::string dir, prefix, ext;
+    std::string part(int64_t n) const { return partPath(dir, prefix, ext, n); }
 };
 
 PartNaming partNaming(const Invocation& inv, const std::string& nameSource) {
@@ -57,10 +61,16 @@ PartNaming partNaming(const Invocation& inv, const std::string& nameSource) {
 }
 
 std::vector<OptionSpec> partOptions(const char* dirHelp) {
-    return {
-        {"dir", 'd', "DIR", dirHelp},
-        {"prefix", 'p', "PREFIX", "part names start with PREFIX (default: FILE's name and a dot)"},
-        {"ext", 'e', "EXT", "part names end in .EXT (default: part)"}};
+    return {{"dir", 'd', "DIR", dirHelp},
+            {"prefix", 'P', "PREFIX", "part names start with PREFIX (default: NAME and a dot)"},
+            {"ext", 'x', "EXT", "part names end in .EXT (default: part)"}};
+}
+
+// The number of parts 1, 2, ... that exist, up to the first missing one.
+int64_t partsPresent(ClsFileAccess& fa, const PartNaming& naming) {
+    int64_t n = 0;
+    while (isFile(fa, naming.part(n + 1))) ++n;
+    return n;
 }
 
 // Counts the bytes that have reached the part files so far: parts before the newest are full.
@@ -69,70 +79,152 @@ class SplitWatcher {
     SplitWatcher(PartNaming naming, int64_t partSize)
         : m_naming(std::move(naming)), m_partSize(partSize) {}
     int64_t bytesWritten() {
-        while (isFile(m_probe, partPath(m_naming.dir, m_naming.prefix, m_naming.ext, m_part + 1)))
-            ++m_part;
+        while (isFile(m_probe, m_naming.part(m_part + 1))) ++m_part;
         if (m_part == 0) return 0;
-        std::string newest = partPath(m_naming.dir, m_naming.prefix, m_naming.ext, m_part);
-        return (m_part - 1) * m_partSize + sizeOf(m_probe, newest);
+        return (m_part - 1) * m_partSize + sizeOf(m_probe, m_naming.part(m_part));
     }
 
   private:
     PartNaming m_naming;
     int64_t m_partSize;
-    int m_part = 0;
+    int64_t m_part = 0;
     ClsFileAccess m_probe;
 };
 
+// The parts the last call logged as written.
+std::vector<std::string> partsWritten(const ClsFileAccess& fa) {
+    std::vector<std::string> parts;
+    for (const LogEntry& e : fa.lastErrorLog().entries())
+        if (e.kind == LogKind::Data && e.name == "nextPartPath") parts.push_back(e.text);
+    return parts;
+}
+
+// A destination holding parts of the same names (an earlier split's) is refused: join would
+// glue stale ones on. --force removes them first.
+int clearStaleParts(Invocation& inv, ClsFileAccess& fa, const PartNaming& naming) {
+    const int64_t stale = partsPresent(fa, naming);
+    if (stale == 0) return kExitOk;
+    if (!inv.has("force")) {
+        return inv.fail(naming.part(1), "already there, with " + counted(stale, "part", "parts") +
+                                            " of an earlier split (--force removes them)");
+    }
+    for (int64_t n = 1; n <= stale; ++n) {
+        XString p(naming.part(n).c_str());
+        if (!fa.FileDelete(p)) return inv.failFrom(fa, naming.part(n));
+    }
+    return kExitOk;
+}
+
 int runSplit(Invocation& inv) {
-    const std::string& file = inv.args[0];
-    int64_t partSize = parseSize(inv.args[1], "part size", 1, 0x7fffffff);
-    PartNaming naming = partNaming(inv, file);
+    const int64_t partSize = parseSize(inv.args[1], "part size", 1, 0x7fffffff);
+    const std::string file = inv.inputFile(inv.args[0]);
+    const PartNaming naming = partNaming(inv, inv.args[0] == "-" ? "stdin" : inv.args[0]);
 
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    int64_t total = sizeOf(fa, file);
+    XString dir(naming.dir.c_str());
+    if (!fa.DirEnsureExists(dir)) return inv.failFrom(fa, naming.dir);
+    if (int status = clearStaleParts(inv, fa, naming)) return status;
+    const int64_t total = sizeOf(fa, file);
     Progress progress(inv.ctx, "split");
     auto watcher = std::make_shared<SplitWatcher>(naming, partSize);
     progress.startPolling([watcher, total] { return fraction(watcher->bytesWritten(), total); });
 
-    XString path(file.c_str()), prefix(naming.prefix.c_str()), ext(naming.ext.c_str()),
-        dir(naming.dir.c_str());
-    bool ok = fa.SplitFile(path, prefix, ext, static_cast<int>(partSize), dir);
+    XString path(file.c_str()), prefix(naming.prefix.c_str()), ext(naming.ext.c_str());
+    const bool ok = fa.SplitFile(path, prefix, ext, static_cast<int>(partSize), dir);
     progress.finish();
-    // The log names every part as it is finished; those are the files this call wrote.
-    for (const LogEntry& e : fa.lastErrorLog().entries()) {
-        if (e.kind == LogKind::Data && e.name == "nextPartPath") inv.ctx.out << e.text << '\n';
+    const std::vector<std::string> parts = partsWritten(fa);
+    if (!ok) {
+        // All the parts or none: what this call wrote goes again.
+        const int status = inv.failFrom(fa, inv.args[0]);
+        ClsFileAccess cleaner;
+        for (const std::string& p : parts) {
+            XString part(p.c_str());
+            cleaner.FileDelete(part);
+        }
+        return status;
     }
-    return inv.finish(fa, ok, "could not split '" + file + "'");
+    for (const std::string& p : parts) inv.ctx.out << p << '\n';
+    inv.showLog(fa);
+    return kExitOk;
 }
 
-int runJoin(Invocation& inv) {
-    PartNaming naming = partNaming(inv, inv.args[0]);
-    const std::string& outFile = inv.args[1];
+// Writes the parts one after another through `emit`; false (errno set) when one cannot be read.
+bool emitParts(const PartNaming& naming, int64_t parts, const FileSys::Emit& emit,
+               std::string& why) {
+    std::unique_ptr<char[]> block(new (std::nothrow) char[kJoinBlock]);
+    if (!block) return errno = ENOMEM, false;
+    for (int64_t n = 1; n <= parts; ++n) {
+        _ovFileDataSource src;
+        _ovLogger log;
+        XString path(naming.part(n).c_str());
+        if (!src.openDataSourceFile(path, log)) return why = errorLines(log), errno = EIO, false;
+        for (unsigned got = kJoinBlock; got == kJoinBlock;) {
+            if (!src.readSourcePM(block.get(), kJoinBlock, got, nullptr, log))
+                return why = errorLines(log), errno = EIO, false;
+            if (!emit(reinterpret_cast<const unsigned char*>(block.get()), got)) return false;
+        }
+    }
+    return true;
+}
 
+// The output is written whole or not at all (a new file beside it, renamed over it), never
+// into one of the parts, and "-" writes it to standard output.
+int runJoin(Invocation& inv) {
+    const PartNaming naming = partNaming(inv, inv.args[0]);
+    const std::string& outFile = inv.args[1];
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    // The parts are counted up front for the progress total and the summary.
-    int parts = 0;
+    const int64_t parts = partsPresent(fa, naming);
+    if (parts == 0) return inv.fail(naming.part(1), "no such part (the first of the set)");
     int64_t total = 0;
-    while (isFile(fa, partPath(naming.dir, naming.prefix, naming.ext, parts + 1))) {
-        total += sizeOf(fa, partPath(naming.dir, naming.prefix, naming.ext, ++parts));
+    FileId outId;
+    bool outExists = false;
+    _ovLogger idLog;
+    XString outPath(outFile.c_str());
+    if (outFile != "-" && !FileSys::regularFileId(outPath, outExists, outId, &idLog))
+        return inv.failFromLog(errorLines(idLog), idLog.text(), outFile);
+    for (int64_t n = 1; n <= parts; ++n) {
+        total += sizeOf(fa, naming.part(n));
+        FileId id;
+        bool exists = false;
+        XString p(naming.part(n).c_str());
+        if (outExists && FileSys::regularFileId(p, exists, id, nullptr) && exists && id == outId)
+            return inv.fail(outFile, "is part " + std::to_string(n) + " of the set it would join");
     }
     Progress progress(inv.ctx, "join");
-    auto probe = std::make_shared<ClsFileAccess>();
-    progress.startPolling(
-        [probe, outFile, total] { return fraction(sizeOf(*probe, outFile), total); });
-
-    XString dir(naming.dir.c_str()), prefix(naming.prefix.c_str()), ext(naming.ext.c_str()),
-        out(outFile.c_str());
-    bool ok = fa.ReassembleFile(dir, prefix, ext, out);
+    int64_t done = 0;
+    std::string why;
+    const FileSys::Emit count = [&](const unsigned char*, size_t n) {
+        done += static_cast<int64_t>(n);
+        progress.update(fraction(done, total));
+        return true;
+    };
+    _ovLogger log;
+    bool ok;
+    if (outFile == "-") {
+        ok = emitParts(naming, parts, [&](const unsigned char* p, size_t n) {
+            inv.ctx.out.write(reinterpret_cast<const char*>(p), static_cast<std::streamsize>(n));
+            return count(p, n) && inv.ctx.out.good();
+        }, why);
+    } else {
+        ok = FileSys::writeFileStreamUtf8(
+            outFile.c_str(),
+            [&](const FileSys::Emit& emit) {
+                return emitParts(naming, parts, [&](const unsigned char* p, size_t n) {
+                    return count(p, n) && emit(p, n);
+                }, why);
+            },
+            &log);
+    }
     progress.finish();
-    if (ok)
-        inv.ctx.out << "joined " << parts << " parts (" << total << " bytes) into " << outFile
-                    << '\n';
-    return inv.finish(fa, ok,
-                      "could not join '" + partPath(naming.dir, naming.prefix, naming.ext, 1) +
-                          "'... into '" + outFile + "'");
+    if (!ok && outFile == "-" && why.empty()) return kExitFailed;  // run() reports the write error
+    if (!ok) return inv.failFromLog(why.empty() ? errorLines(log) : why, log.text(), outFile);
+    if (outFile != "-")
+        inv.ctx.out << "joined " << counted(parts, "part", "parts") << " ("
+                    << counted(total, "byte", "bytes") << ") into " << outFile << '\n';
+    inv.showLog(log.text());
+    return kExitOk;
 }
 
 // Bytes this process has read so far, where the system tells (Linux); -1 elsewhere.
@@ -153,9 +245,9 @@ bool logHasErrors(const ClsBase& obj) {
     return false;
 }
 
+// As cmp: 0 identical, 1 different, 2 when the files cannot be compared.
 int runCompare(Invocation& inv) {
-    const std::string& a = inv.args[0];
-    const std::string& b = inv.args[1];
+    const std::string a = inv.inputFile(inv.args[0]), b = inv.inputFile(inv.args[1]);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     int64_t size = sizeOf(fa, a);
@@ -167,45 +259,61 @@ int runCompare(Invocation& inv) {
         return readBefore < 0 ? std::string("comparing") : fraction((now - readBefore) / 2, size);
     });
     XString p1(a.c_str()), p2(b.c_str());
-    bool same = fa.FileContentsEqual(p1, p2);
+    const bool same = fa.FileContentsEqual(p1, p2);
     progress.finish();
     // A false answer is either a difference or a failure to read; only a failure logs an error.
-    if (!same && logHasErrors(fa))
-        return inv.finish(fa, false, "could not compare '" + a + "' and '" + b + "'");
+    if (!same && logHasErrors(fa)) {
+        inv.failFrom(fa, "");
+        return kExitUsage;
+    }
     inv.ctx.out << (same ? "identical" : "different") << '\n';
-    if (inv.ctx.verbose) inv.printLog(logText(fa));
+    inv.showLog(fa);
     return same ? kExitOk : kExitFailed;
 }
 
 int runReplace(Invocation& inv) {
+    if (inv.args[0] == "-")
+        throw UsageError("replace rewrites FILE in place, so it must be a file, not '-'");
+    const std::string charset = inv.get("charset", "utf-8");
+    checkCharset(charset);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    XString path(inv.args[0].c_str()), charset(inv.get("charset", "utf-8").c_str()),
-        find(inv.args[1].c_str()), repl(inv.args[2].c_str());
-    int n = fa.ReplaceStrings(path, charset, find, repl);
-    if (n >= 0) inv.ctx.out << n << '\n';
-    return inv.finish(fa, n >= 0, "could not replace in '" + inv.args[0] + "'");
+    XString path(inv.args[0].c_str()), cs(charset.c_str()), find(inv.args[1].c_str()),
+        repl(inv.args[2].c_str());
+    const int n = fa.ReplaceStrings(path, cs, find, repl);
+    if (n < 0) return inv.failFrom(fa, inv.args[0]);
+    inv.ctx.out << n << '\n';
+    inv.showLog(fa);
+    return kExitOk;
 }
 
 }  // namespace
 
 void addBigFileCommands(std::vector<CommandSpec>& table) {
+    std::vector<OptionSpec> splitOptions = partOptions("write the parts into DIR, made if missing");
+    splitOptions.push_back({"force", 'f', nullptr, "remove parts of an earlier split first"});
     table.push_back({"split", "FILE PART_SIZE", "Cut a file into numbered part files",
-                     "PART_SIZE is a byte count, optionally with K, M or G (binary multiples).\n"
-                     "The parts are PREFIX1.EXT, PREFIX2.EXT, ...; each part written is printed.",
-                     2, 2, partOptions("write the parts into DIR (default: .)"), runSplit});
+                     "PART_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G.\n"
+                     "The parts are PREFIX1.EXT, PREFIX2.EXT, ...; each part written is printed.\n"
+                     "Parts of an earlier split under the same names are refused (see --force).\n"
+                     "If the split fails, the parts it wrote are removed.",
+                     2, 2, splitOptions, runSplit, true});
     table.push_back({"join", "NAME OUTFILE", "Join the part files of a split back into one file",
-                     "The parts are those that 'split NAME' wrote (PREFIX defaults to NAME's file\n"
-                     "name and a dot), taken in order from part 1 up to the first one missing.",
-                     2, 2, partOptions("read the parts from DIR (default: .)"), runJoin});
+                     "NAME is the name of the file that was split: the parts are NAME.1.part,\n"
+                     "NAME.2.part, ... (or as --prefix and --ext say), taken in order from\n"
+                     "part 1 up to the first one missing. OUTFILE is written whole or not at\n"
+                     "all; - writes the joined bytes to standard output.",
+                     2, 2, partOptions("read the parts from DIR (default: .)"), runJoin, true});
     table.push_back({"compare",
                      "FILE1 FILE2",
                      "Compare two files byte for byte",
-                     "Prints 'identical' (exit status 0) or 'different' (exit status 1).",
+                     "Prints 'identical' (exit status 0) or 'different' (exit status 1); exit\n"
+                     "status 2 when they cannot be compared, as with cmp.",
                      2,
                      2,
                      {},
-                     runCompare});
+                     runCompare,
+                     true});
     table.push_back({"replace",
                      "FILE FIND REPLACEMENT",
                      "Replace every occurrence of a string inside a file",
@@ -213,7 +321,7 @@ void addBigFileCommands(std::vector<CommandSpec>& table) {
                      "names, else CHARSET. Prints the number of occurrences replaced.",
                      3,
                      3,
-                     {{"charset", 'c', "CHARSET", "encoding of an unmarked file (default: utf-8)"}},
+                     {{"charset", 'C', "CHARSET", "encoding of an unmarked file (default: utf-8)"}},
                      runReplace});
 }
 

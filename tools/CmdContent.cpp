@@ -1,190 +1,347 @@
 // Jobs on a file's contents: record scan, blocks, shortcut files, encodings and charsets.
+#include <cstring>
+#include <memory>
+#include <new>
+
 #include "Cli.h"
 #include "Progress.h"
+#include "TagScan.h"
 #include "fileaccess/ClsFileAccess.h"
+#include "foundation/fs/DataSource.h"
+#include "foundation/fs/FileSys.h"
+#include "foundation/text/Charset.h"
+#include "foundation/text/Convert.h"
 
 namespace fatool {
 
 namespace {
 
-// An unknown encoding name is the user's mistake, so it is refused as bad usage before any
-// work starts (the encoder itself would only answer with nothing).
-void checkEncoding(const std::string& name) {
-    DataBuffer probe;
-    probe.appendChar('x');
-    StringBuffer text;
-    if (!probe.encodeDB(name.c_str(), text)) throw UsageError("unknown encoding '" + name + "'");
-}
+constexpr unsigned kConvertBlock = 1u << 20;
 
-// The records of a scan, printed or counted as they come, with progress on request.
+// The bytes of a named regular file, read in the scanner's blocks.
+class FileBytes : public ByteSource {
+  public:
+    bool open(const std::string& path, std::string& why) {
+        XString p(path.c_str());
+        _ovLogger log;
+        if (!m_src.openDataSourceFile(p, log)) return why = errorLines(log), false;
+        m_src.m_readAhead = false;  // the scanner's blocks are large already
+        return true;
+    }
+    int64_t size() { return m_src.getFileSize64(nullptr); }
+    bool read(unsigned char* buf, size_t n, size_t& got, std::string& why) override {
+        _ovLogger log;
+        unsigned count = 0;
+        if (!m_src.readSourcePM(reinterpret_cast<char*>(buf), static_cast<unsigned>(n), count,
+                                nullptr, log))
+            return why = errorLines(log), false;
+        got = count;
+        return true;
+    }
+
+  private:
+    _ovFileDataSource m_src;
+};
+
+// Standard input, streamed as it comes.
+class StreamBytes : public ByteSource {
+  public:
+    explicit StreamBytes(std::istream& in) : m_in(in) {}
+    bool read(unsigned char* buf, size_t n, size_t& got, std::string& why) override {
+        m_in.read(reinterpret_cast<char*>(buf), static_cast<std::streamsize>(n));
+        got = static_cast<size_t>(m_in.gcount());
+        if (m_in.bad()) return why = "read error", false;
+        return true;
+    }
+
+  private:
+    std::istream& m_in;
+};
+
+// The records of a scan, printed or counted as they come, with progress on request. A record
+// that cannot be printed stops the scan (run() reports the write error).
 class RecordSink {
   public:
-    RecordSink(Invocation& inv, int64_t total)
-        : m_inv(inv), m_countOnly(inv.has("count")), m_total(total), m_progress(inv.ctx, "scan") {}
+    RecordSink(Invocation& inv, int64_t limit, int64_t total)
+        : m_inv(inv),
+          m_countOnly(inv.has("count")),
+          m_limit(limit),
+          m_total(total),
+          m_progress(inv.ctx, "scan") {}
 
-    void take(const XString& record) {
+    // Whether there is room for a record: false once the limit is reached.
+    bool wantsMore() const { return m_limit < 0 || m_count < m_limit; }
+    // Takes a record; false when the scan should stop.
+    bool take(const XString& record, int64_t position) {
         ++m_count;
-        m_bytes += record.getSizeUtf8();
         if (!m_countOnly) m_inv.ctx.out << record.view() << '\n';
         if (m_progress.active())
-            m_progress.update(std::to_string(m_count) + " records, " + fraction(m_bytes, m_total));
+            m_progress.update(counted(m_count, "record", "records") + ", " +
+                              fraction(position, m_total));
+        return m_inv.ctx.out.good() && wantsMore();
     }
-    int64_t count() const { return m_count; }
-    void finish() { m_progress.finish(); }
+    void finish() {
+        m_progress.finish();
+        if (m_countOnly) m_inv.ctx.out << m_count << '\n';
+    }
 
   private:
     Invocation& m_inv;
     const bool m_countOnly;
+    const int64_t m_limit;
     const int64_t m_total;
     Progress m_progress;
     int64_t m_count = 0;
-    int64_t m_bytes = 0;
 };
 
-int runScan(Invocation& inv) {
-    int64_t limit = inv.has("limit") ? parseInt(inv.get("limit", ""), "limit", 0, INT64_MAX) : -1;
+// A tag marker: the program's own streaming match, which finds every form of the tag.
+int scanTags(Invocation& inv, const std::string& charset, int64_t limit) {
+    TagScanner scanner;
+    std::string why;
+    if (!scanner.prepare(inv.args[1], inv.args[2], charset, why)) throw UsageError(why);
+    FileBytes file;
+    StreamBytes input(inv.ctx.in);
+    const bool fromStdin = inv.args[0] == "-";
+    if (!fromStdin && !file.open(inv.args[0], why)) return inv.fail(inv.args[0], why);
+    ByteSource& source = fromStdin ? static_cast<ByteSource&>(input) : file;
+    RecordSink sink(inv, limit, fromStdin ? 0 : file.size());
+    bool ok = !sink.wantsMore() || scanner.scan(source, [&](const XString& record) {
+        return sink.take(record, scanner.bytesRead());
+    }, why);
+    sink.finish();
+    return ok ? kExitOk : inv.fail(inv.args[0], why);
+}
+
+// Other markers: the library's scanner, which reads a file (standard input is kept in one).
+int scanMarkers(Invocation& inv, const std::string& charset, int64_t limit) {
+    if (inv.args[1].empty() || inv.args[2].empty())
+        throw UsageError("the markers must not be empty");
+    const std::string file = inv.inputFile(inv.args[0]);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    XString path(inv.args[0].c_str()), begin(inv.args[1].c_str()), end(inv.args[2].c_str()),
-        charset(inv.get("charset", "utf-8").c_str());
-    if (begin.isEmpty() || end.isEmpty()) throw UsageError("the markers must not be empty");
-    int64_t total = fa.FileSize64(path);
-    if (!fa.OpenForRead(path)) return inv.finish(fa, false, "could not open '" + inv.args[0] + "'");
-
-    RecordSink sink(inv, total);
-    int rc = 1;
-    std::string log;
-    const bool tag = begin.beginsWithUtf8("<", false) && begin.endsWithUtf8(">", false);
-    if (!tag && limit != 0) {
-        // One call for the whole file; the consumer stops it at the limit.
-        rc = fa.ScanFragments(true, 0, begin, end, charset, [&](const XString& record) {
-            sink.take(record);
-            return limit < 0 || sink.count() < limit;
+    XString path(file.c_str()), begin(inv.args[1].c_str()), end(inv.args[2].c_str()),
+        cs(charset.c_str());
+    const int64_t total = fa.FileSize64(path);
+    if (!fa.OpenForRead(path)) return inv.failFrom(fa, inv.args[0]);
+    RecordSink sink(inv, limit, total);
+    int64_t bytes = 0;
+    int rc = 0;
+    if (sink.wantsMore()) {
+        rc = fa.ScanFragments(true, 0, begin, end, cs, [&](const XString& record) {
+            bytes += record.getSizeUtf8();
+            return sink.take(record, bytes);
         });
-        if (inv.ctx.verbose) log = logText(fa);
-    }
-    while (tag && (limit < 0 || sink.count() < limit)) {
-        ClsStringBuilder sb;
-        rc = fa.ReadNextFragment(sink.count() == 0, begin, end, charset, sb);
-        // The reader does not clear the log between calls; keep only what --verbose needs.
-        if (inv.ctx.verbose) log += logText(fa);
-        if (rc != 1) break;
-        sink.take(sb.m_str);
     }
     sink.finish();
-    if (rc < 0) {
-        inv.ctx.err << "fatool scan: could not read record " << sink.count() + 1 << " of '"
-                    << inv.args[0] << "'\n";
-        inv.printLog(logText(fa));
-        return kExitFailed;
-    }
-    if (inv.has("count")) inv.ctx.out << sink.count() << '\n';
-    if (inv.ctx.verbose) inv.printLog(log);
+    if (rc < 0) return inv.failFrom(fa, inv.args[0]);
+    inv.showLog(fa);
     return kExitOk;
 }
 
-int runBlocks(Invocation& inv) {
-    int blockSize = static_cast<int>(parseSize(inv.args[1], "block size", 1, 0x7fffffff));
-    ClsFileAccess fa;
+int runScan(Invocation& inv) {
+    const int64_t limit =
+        inv.has("limit") ? parseInt(inv.get("limit", ""), "limit", 0, INT64_MAX) : -1;
+    const std::string charset = inv.get("charset", "utf-8");
+    checkCharset(charset);
+    if (isTagMarker(inv.args[1])) return scanTags(inv, charset, limit);
+    return scanMarkers(inv, charset, limit);
+}
+
+// Opens the file for the block commands; standard input is kept in a file first.
+bool openForBlocks(Invocation& inv, ClsFileAccess& fa) {
     fa.put_VerboseLogging(inv.ctx.verbose);
-    XString path(inv.args[0].c_str());
-    if (!fa.OpenForRead(path)) return inv.finish(fa, false, "could not open '" + inv.args[0] + "'");
-    int n = fa.GetNumBlocks(blockSize);
-    if (n >= 0) inv.ctx.out << n << '\n';
-    return inv.finish(fa, n >= 0, "could not count the blocks of '" + inv.args[0] + "'");
+    XString path(inv.inputFile(inv.args[0]).c_str());
+    return fa.OpenForRead(path);
+}
+
+int runBlocks(Invocation& inv) {
+    const int blockSize = static_cast<int>(parseSize(inv.args[1], "block size", 1, 0x7fffffff));
+    ClsFileAccess fa;
+    if (!openForBlocks(inv, fa)) return inv.failFrom(fa, inv.args[0]);
+    const int n = fa.GetNumBlocks(blockSize);
+    if (n < 0) return inv.failFrom(fa, inv.args[0]);
+    inv.ctx.out << n << '\n';
+    inv.showLog(fa);
+    return kExitOk;
 }
 
 int runBlock(Invocation& inv) {
-    int blockSize = static_cast<int>(parseSize(inv.args[1], "block size", 1, 0x7fffffff));
-    int index = static_cast<int>(parseInt(inv.args[2], "block index", 0, 0x7fffffff));
-    std::string encoding = inv.get("encoding", "");
+    const int blockSize = static_cast<int>(parseSize(inv.args[1], "block size", 1, 0x7fffffff));
+    const int index = static_cast<int>(parseInt(inv.args[2], "block index", 0, 0x7fffffff));
+    const std::string encoding = inv.get("encoding", "");
     if (!encoding.empty()) checkEncoding(encoding);
     ClsFileAccess fa;
-    fa.put_VerboseLogging(inv.ctx.verbose);
-    XString path(inv.args[0].c_str());
-    if (!fa.OpenForRead(path)) return inv.finish(fa, false, "could not open '" + inv.args[0] + "'");
+    if (!openForBlocks(inv, fa)) return inv.failFrom(fa, inv.args[0]);
     DataBuffer block;
-    bool ok = fa.ReadBlock(index, blockSize, block);
-    if (ok && encoding.empty()) {
+    if (!fa.ReadBlock(index, blockSize, block)) return inv.failFrom(fa, inv.args[0]);
+    if (encoding.empty()) {
         inv.ctx.out.write(reinterpret_cast<const char*>(block.getData2()), block.getSize());
-    } else if (ok) {
+    } else {
         StringBuffer text;
         block.encodeDB(encoding.c_str(), text);
         inv.ctx.out << text.getString() << '\n';
     }
-    return inv.finish(fa, ok, "could not read block " + inv.args[2] + " of '" + inv.args[0] + "'");
+    inv.showLog(fa);
+    return kExitOk;
 }
 
 int runShortcut(Invocation& inv) {
-    XString path(inv.args[0].c_str());
+    XString path(inv.inputFile(inv.args[0]).c_str());
     _ovLogger log;
     log.m_verboseLogging = inv.ctx.verbose;
     if (inv.has("check")) {
-        bool ok = ClsFileAccess::parseableShortcut(path, log);
+        // As test(1): the answer is the exit status, and the line says it too.
+        const bool ok = ClsFileAccess::parseableShortcut(path, log);
         inv.ctx.out << (ok ? "parseable" : "not parseable") << '\n';
-        return inv.finishLog(log.text(), ok, "'" + inv.args[0] + "' is not a readable shortcut");
+        inv.showLog(log.text());
+        return ok ? kExitOk : kExitFailed;
     }
     _ovShortcutInfo info;
-    bool ok = ClsFileAccess::readShortcut(path, info, log);
-    if (ok) {
-        inv.ctx.out << "name: " << info.name.view() << '\n'
-                    << "relativePath: " << info.relativePath.view() << '\n'
-                    << "workingDir: " << info.workingDir.view() << '\n'
-                    << "commandLineArguments: " << info.commandLineArguments.view() << '\n'
-                    << "iconLocation: " << info.iconLocation.view() << '\n';
+    if (!ClsFileAccess::readShortcut(path, info, log)) {
+        const std::string lines = errorLines(log);
+        return inv.failFromLog(lines.empty() ? "not a readable shortcut (.lnk) file" : lines,
+                               log.text(), inv.args[0]);
     }
-    return inv.finishLog(log.text(), ok, "could not read the shortcut '" + inv.args[0] + "'");
+    inv.ctx.out << "name: " << info.name.view() << '\n'
+                << "relativePath: " << info.relativePath.view() << '\n'
+                << "workingDir: " << info.workingDir.view() << '\n'
+                << "commandLineArguments: " << info.commandLineArguments.view() << '\n'
+                << "iconLocation: " << info.iconLocation.view() << '\n';
+    inv.showLog(log.text());
+    return kExitOk;
 }
 
 int runEncode(Invocation& inv) {
-    std::string encoding = inv.get("encoding", "base64");
+    const std::string encoding = inv.get("encoding", "base64");
     checkEncoding(encoding);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    XString path(inv.args[0].c_str()), enc(encoding.c_str()), out;
-    bool ok = fa.ReadBinaryToEncoded(path, enc, out);
-    if (ok) inv.ctx.out << out.view() << '\n';
-    return inv.finish(fa, ok, "could not read '" + inv.args[0] + "'");
+    XString path(inv.inputFile(inv.args[0]).c_str()), enc(encoding.c_str()), out;
+    if (!fa.ReadBinaryToEncoded(path, enc, out)) return inv.failFrom(fa, inv.args[0]);
+    inv.ctx.out << out.view() << '\n';
+    inv.showLog(fa);
+    return kExitOk;
 }
 
 int runBlockId(Invocation& inv) {
-    int64_t first = parseInt(inv.args[0], "index", INT32_MIN, INT32_MAX);
-    int length = static_cast<int>(parseInt(inv.args[1], "length", INT32_MIN, INT32_MAX));
-    int64_t count = parseInt(inv.get("count", "1"), "count", 1, INT32_MAX);
-    if (first + count - 1 > INT32_MAX) throw UsageError("the last index passes 2147483647");
-    std::string encoding = inv.get("encoding", "base64");
+    const int64_t first = parseInt(inv.args[0], "index", INT32_MIN, INT32_MAX);
+    const int64_t length = parseInt(inv.args[1], "length", 1, 4096);
+    const int64_t count = parseInt(inv.get("number", "1"), "number", 1, INT32_MAX);
+    const int64_t last = first + count - 1;
+    if (last > INT32_MAX) throw UsageError("the last index passes 2147483647");
+    // The identifier is the index in exactly LENGTH digits: every index must fit.
+    for (int64_t i : {first, last}) {
+        const int64_t digits = static_cast<int64_t>(std::to_string(i).size());
+        if (digits > length)
+            throw UsageError("index " + std::to_string(i) + " needs " + std::to_string(digits) +
+                             " characters, more than the length " + std::to_string(length));
+    }
+    const std::string encoding = inv.get("encoding", "base64");
     checkEncoding(encoding);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     XString enc(encoding.c_str()), id;
-    for (int64_t i = first; i < first + count; ++i) {
-        if (!fa.GenBlockId(static_cast<int>(i), length, enc, id))
-            return inv.finish(fa, false,
-                              "could not make the identifier of block " + std::to_string(i));
+    for (int64_t i = first; i <= last && inv.ctx.out.good(); ++i) {
+        if (!fa.GenBlockId(static_cast<int>(i), static_cast<int>(length), enc, id))
+            return inv.failFrom(fa, "");
         inv.ctx.out << id.view() << '\n';
     }
-    return inv.finish(fa, true, "");
+    inv.showLog(fa);
+    return kExitOk;
 }
 
-int runConvert(Invocation& inv) {
-    ClsFileAccess fa;
-    fa.put_VerboseLogging(inv.ctx.verbose);
-    XString in(inv.args[0].c_str()), from(inv.args[1].c_str()), out(inv.args[2].c_str()),
-        to(inv.args[3].c_str()), text;
-    if (!fa.ReadEntireTextFile(in, from, text))
-        return inv.finish(fa, false, "could not read '" + inv.args[0] + "' as " + inv.args[1]);
-    std::string readLog = logText(fa);
-    // The library writes whatever part of the text converts; refuse instead of losing text.
-    DataBuffer converted;
-    if (!text.getConverted(to.getUtf8(), converted)) {
-        if (inv.ctx.verbose) inv.printLog(readLog);
-        return inv.finishLog("", false,
-                             "'" + inv.args[0] + "' holds text that " + inv.args[3] +
-                                 " cannot hold (or " + inv.args[3] + " is unknown)");
+// A conversion from one charset to another, through UTF-8, so that a failure says which side
+// it lies on: bytes that are not text in FROM, or text that TO cannot hold.
+class Recoder {
+  public:
+    Recoder(const std::string& fromName, const std::string& toName)
+        : m_fromName(fromName), m_toName(toName) {}
+
+    // UsageError when a charset is unknown.
+    void prepare() {
+        if (!m_from.setByName(m_fromName.c_str()))
+            throw UsageError("unknown charset '" + m_fromName + "'");
+        if (!m_to.setByName(m_toName.c_str()))
+            throw UsageError("unknown charset '" + m_toName + "'");
     }
-    bool ok = fa.WriteEntireTextFile(out, text, to, inv.has("bom"));
-    if (inv.ctx.verbose) inv.printLog(readLog);
-    return inv.finish(fa, ok, "could not write '" + inv.args[2] + "' as " + inv.args[3]);
+
+    // Streams the file at `in` into `emit`, TO's byte-order mark first when `bom`; false on a
+    // failure, with the reason in `why` unless emit failed.
+    bool run(const std::string& in, bool bom, const FileSys::Emit& emit, std::string& why) {
+        _ovFileDataSource src;
+        _ovLogger log;
+        XString path(in.c_str());
+        if (!src.openDataSourceFile(path, log)) return why = errorLines(log), false;
+        std::unique_ptr<unsigned char[]> block(new (std::nothrow) unsigned char[kConvertBlock]);
+        if (!block) return why = "out of memory", false;
+        if (!m_decode.open(m_from.getIconvName(), "UTF-8") ||
+            !m_encode.open("UTF-8", m_to.getIconvName()))
+            return why = "no converter from " + m_fromName + " to " + m_toName, false;
+        unsigned markLen = 0;
+        const unsigned char* mark = bom ? preambleOf(m_to.getCodePage(), markLen) : nullptr;
+        if (mark && !emit(mark, markLen)) return false;
+        for (bool first = true, last = false; !last; first = false) {
+            unsigned got = 0;
+            if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kConvertBlock, got,
+                                  nullptr, log))
+                return why = errorLines(log), false;
+            last = got < kConvertBlock;
+            const unsigned skip = first ? leadingMark(block.get(), got) : 0;
+            if (!convert(block.get() + skip, got - skip, last, why)) return false;
+            if (!emit(m_out.getData2(), m_out.getSize())) return false;
+        }
+        return true;
+    }
+
+  private:
+    // The length of FROM's byte-order mark at the start of the input, or 0: it is not text.
+    unsigned leadingMark(const unsigned char* bytes, unsigned n) const {
+        unsigned len = 0;
+        const unsigned char* mark = preambleOf(m_from.getCodePage(), len);
+        return mark && n >= len && std::memcmp(bytes, mark, len) == 0 ? len : 0;
+    }
+
+    bool convert(const unsigned char* in, size_t n, bool last, std::string& why) {
+        m_text.clear();
+        if (!m_decode.convert(in, n, last, m_text))
+            return why = "not valid " + m_fromName + " text", false;
+        m_out.clear();
+        if (!m_encode.convert(m_text.getData2(), m_text.getSize(), last, m_out))
+            return why = "holds characters that " + m_toName + " cannot hold", false;
+        return true;
+    }
+
+    const std::string m_fromName, m_toName;
+    _ovCharset m_from, m_to;
+    StreamConverter m_decode, m_encode;
+    DataBuffer m_text, m_out;
+};
+
+// OUT is written whole or not at all (a new file renamed over it); "-" is standard output.
+int runConvert(Invocation& inv) {
+    const std::string& outFile = inv.args[2];
+    Recoder recoder(inv.args[1], inv.args[3]);
+    recoder.prepare();
+    const std::string in = inv.inputFile(inv.args[0]);
+    const bool bom = inv.has("bom");
+    std::string why;
+    _ovLogger log;
+    bool ok;
+    if (outFile == "-") {
+        ok = recoder.run(in, bom, [&](const unsigned char* p, size_t n) {
+            inv.ctx.out.write(reinterpret_cast<const char*>(p), static_cast<std::streamsize>(n));
+            return inv.ctx.out.good();
+        }, why);
+    } else {
+        ok = FileSys::writeFileStreamUtf8(
+            outFile.c_str(), [&](const FileSys::Emit& emit) { return recoder.run(in, bom, emit, why); },
+            &log);
+    }
+    if (!ok && !why.empty()) return inv.fail(inv.args[0], why);
+    if (!ok && outFile != "-") return inv.failFromLog(errorLines(log), log.text(), outFile);
+    if (!ok) return kExitFailed;  // standard output failed; run() says so
+    inv.showLog(log.text());
+    return kExitOk;
 }
 
 }  // namespace
@@ -195,19 +352,28 @@ void addContentCommands(std::vector<CommandSpec>& table) {
          "FILE BEGIN END",
          "Print the records of a file that lie between two markers",
          "Each record runs from a BEGIN marker through the next END marker and is\n"
-         "printed on a line of its own. A BEGIN of the form <tag> also matches the tag\n"
-         "with attributes, as in <rec id=\"1\">.",
+         "printed on a line of its own, in file order.\n"
+         "\n"
+         "A BEGIN of the form <name> is a tag: it matches <name followed by white\n"
+         "space, '>' or '/', so <rec>, <rec id=\"1\"> and <rec/> all begin a record and\n"
+         "<record> does not. The record ends with the first END after the tag's\n"
+         "closing '>' (quoted attribute values may hold '>'); a tag closed by '/>' is\n"
+         "a record by itself. Any other BEGIN is matched exactly, and the END is\n"
+         "sought from the byte after BEGIN's first byte. Markers are matched as\n"
+         "bytes in CHARSET; records are decoded from it.",
          3,
          3,
-         {{"charset", 'c', "CHARSET", "the file's charset (default: utf-8)"},
-          {"count", 'n', nullptr, "print only the number of records"},
-          {"limit", 0, "N", "stop after N records"}},
-         runScan});
+         {{"charset", 'C', "CHARSET", "the file's charset (default: utf-8)"},
+          {"count", 'c', nullptr, "print only the number of records"},
+          {"limit", 'l', "N", "stop after N records"}},
+         runScan,
+         true});
     table.push_back(
         {"blocks",
          "FILE BLOCK_SIZE",
          "Count the blocks of a file",
-         "BLOCK_SIZE is a byte count, optionally with K, M or G; the last block may be short.",
+         "BLOCK_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G;\n"
+         "the last block may be short.",
          2,
          2,
          {},
@@ -228,7 +394,8 @@ void addContentCommands(std::vector<CommandSpec>& table) {
          "",
          1,
          1,
-         {{"check", 0, nullptr, "only tell whether the file can be read as a shortcut"}},
+         {{"check", 0, nullptr,
+           "only tell whether the file can be read as a shortcut (exit status 0 or 1)"}},
          runShortcut});
     table.push_back({"encode",
                      "FILE",
@@ -242,17 +409,21 @@ void addContentCommands(std::vector<CommandSpec>& table) {
         {"blockid",
          "INDEX LENGTH",
          "Print block identifiers",
-         "The identifier of a block is its index as LENGTH decimal digits (zero-filled),\n"
-         "encoded. With --count, the identifiers of COUNT blocks from INDEX on.",
+         "The identifier of a block is its index as LENGTH decimal characters\n"
+         "(zero-filled; LENGTH from 1 to 4096), encoded. With --number, the identifiers\n"
+         "of N blocks from INDEX on.",
          2,
          2,
          {{"encoding", 'e', "ENC", "the encoding (default: base64)"},
-          {"count", 'n', "COUNT", "number of identifiers (default: 1)"}},
+          {"number", 0, "N", "number of identifiers (default: 1)"}},
          runBlockId});
     table.push_back({"convert",
                      "IN FROM OUT TO",
                      "Rewrite a text file from one charset into another",
-                     "",
+                     "OUT is written whole or not at all; - writes to standard output. Input\n"
+                     "that is not valid in FROM, or text that TO cannot hold, fails the command\n"
+                     "and leaves OUT as it was. A byte-order mark of FROM at IN's start is\n"
+                     "dropped.",
                      4,
                      4,
                      {{"bom", 0, nullptr, "start OUT with TO's byte-order mark"}},

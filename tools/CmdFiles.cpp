@@ -11,18 +11,11 @@ namespace {
 
 const char* typeName(int type) {
     switch (type) {
-        case 0:
-            return "none";
-        case 1:
-            return "file";
-        case 2:
-            return "directory";
-        case 3:
-            return "symlink";
-        case 4:
-            return "other";
-        default:
-            return "unknown";
+        case 1: return "file";
+        case 2: return "directory";
+        case 3: return "symlink";
+        case 4: return "other";
+        default: return "unknown";
     }
 }
 
@@ -31,22 +24,31 @@ void printTime(Invocation& inv, ClsFileAccess& fa, XString& path, const char* la
     XString iso;
     if (t) t->GetAsIso8601(iso);
     inv.ctx.out << label << ": " << (t ? iso.getUtf8() : "unavailable") << '\n';
-    if (inv.ctx.verbose) inv.printLog(logText(fa));
+    inv.showLog(fa);
 }
 
+// A link is reported as a link, with its target; -L reports what it leads to instead.
 int runInfo(Invocation& inv) {
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     XString path(inv.args[0].c_str());
-    int type = fa.FileType(path);
-    if (type <= 0) {
-        std::string why = type == 0 ? "' does not exist" : "' cannot be examined";
-        return inv.finish(fa, false, "'" + inv.args[0] + why);
-    }
+    const bool follow = inv.has("dereference");
+    _ovLogger probe;
+    const int type = follow ? fa.FileType(path) : fa.fileType(path, true, probe);
+    const _ovLogger& why = follow ? fa.lastErrorLog() : probe;
+    if (type == 0) return inv.failFromLog("no such file or directory", why.text(), inv.args[0]);
+    if (type < 0) return inv.failFromLog(errorLines(why), why.text(), inv.args[0]);
     inv.ctx.out << "path: " << inv.args[0] << '\n' << "type: " << typeName(type) << '\n';
+    if (type == 3) {
+        XString target;
+        if (!fa.SymlinkTarget(path, target)) return inv.failFrom(fa, inv.args[0]);
+        inv.ctx.out << "target: " << target.view() << '\n';
+        if (fa.FileType(path) == 0) inv.ctx.out << "dangling: yes\n";
+        return kExitOk;
+    }
     if (type == 1) {
         XString size;
-        if (!fa.FileSizeStr(path, size)) return inv.finish(fa, false, "could not read the size");
+        if (!fa.FileSizeStr(path, size)) return inv.failFrom(fa, inv.args[0]);
         inv.ctx.out << "size: " << size.view() << '\n';
     }
     printTime(inv, fa, path, "created", 2);
@@ -58,50 +60,53 @@ int runInfo(Invocation& inv) {
 int runCopy(Invocation& inv) {
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    XString from(inv.args[0].c_str()), to(inv.args[1].c_str());
-    bool ok = fa.FileCopy(from, to, inv.has("no-clobber"));
-    return inv.finish(fa, ok, "could not copy '" + inv.args[0] + "' to '" + inv.args[1] + "'");
+    XString from(inv.inputFile(inv.args[0]).c_str()), to(inv.args[1].c_str());
+    if (!fa.FileCopy(from, to, inv.has("no-clobber"))) return inv.failFrom(fa, inv.args[1]);
+    inv.showLog(fa);
+    return kExitOk;
 }
 
 int runMove(Invocation& inv) {
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     XString from(inv.args[0].c_str()), to(inv.args[1].c_str());
-    bool ok = fa.FileRename(from, to);
-    return inv.finish(fa, ok, "could not move '" + inv.args[0] + "' to '" + inv.args[1] + "'");
+    if (!fa.FileRename(from, to)) return inv.failFrom(fa, inv.args[0]);
+    inv.showLog(fa);
+    return kExitOk;
 }
 
 // Runs `step` on every argument, going on past failures as rm and mkdir do; the status is
 // 1 when any of them failed.
 template <typename Step>
-int forEachPath(Invocation& inv, const char* verb, Step step) {
+int forEachPath(Invocation& inv, Step step) {
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     int status = kExitOk;
     for (const std::string& arg : inv.args) {
         XString path(arg.c_str());
-        bool ok = step(fa, path);
-        if (inv.finish(fa, ok, std::string("could not ") + verb + " '" + arg + "'") != kExitOk)
+        if (step(fa, path)) {
+            inv.showLog(fa);
+        } else {
+            inv.failFrom(fa, arg);
             status = kExitFailed;
+        }
     }
     return status;
 }
 
 int runDelete(Invocation& inv) {
-    return forEachPath(inv, "delete",
-                       [](ClsFileAccess& fa, XString& p) { return fa.FileDelete(p); });
+    return forEachPath(inv, [](ClsFileAccess& fa, XString& p) { return fa.FileDelete(p); });
 }
 
 int runMkdir(Invocation& inv) {
-    bool parents = inv.has("parents");
-    return forEachPath(inv, "create", [parents](ClsFileAccess& fa, XString& p) {
+    const bool parents = inv.has("parents");
+    return forEachPath(inv, [parents](ClsFileAccess& fa, XString& p) {
         return parents ? fa.DirEnsureExists(p) : fa.DirCreate(p);
     });
 }
 
 int runRmtree(Invocation& inv) {
-    return forEachPath(inv, "delete the tree",
-                       [](ClsFileAccess& fa, XString& p) { return fa.TreeDelete(p); });
+    return forEachPath(inv, [](ClsFileAccess& fa, XString& p) { return fa.TreeDelete(p); });
 }
 
 }  // namespace
@@ -110,15 +115,16 @@ void addFileCommands(std::vector<CommandSpec>& table) {
     table.push_back({"info",
                      "PATH",
                      "Show the type, size and time stamps of a path",
-                     "Times are in UTC; 'unavailable' where the file system keeps no such time.",
+                     "Times are in UTC; 'unavailable' where the file system keeps no such time.\n"
+                     "A symbolic link is shown as a link, with its target.",
                      1,
                      1,
-                     {},
+                     {{"dereference", 'L', nullptr, "show what a symbolic link leads to"}},
                      runInfo});
     table.push_back({"copy",
                      "FROM TO",
                      "Copy a file",
-                     "",
+                     "TO is written whole or not at all; a TO that is a symbolic link stays one.",
                      2,
                      2,
                      {{"no-clobber", 'n', nullptr, "fail when TO exists"}},
@@ -137,7 +143,8 @@ void addFileCommands(std::vector<CommandSpec>& table) {
     table.push_back({"rmtree",
                      "DIR...",
                      "Delete directories with everything in them",
-                     "Symbolic links inside are removed as links; nothing outside is touched.",
+                     "Symbolic links inside are removed as links; nothing outside is touched.\n"
+                     "The root directory, and a DIR whose last part is . or .., are refused.",
                      1,
                      INT_MAX,
                      {},

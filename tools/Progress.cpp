@@ -54,7 +54,6 @@ void Progress::pollLoop() {
 
 void Progress::update(const std::string& text) {
     if (!m_active) return;
-    m_finalText = text;
     auto now = std::chrono::steady_clock::now();
     if (m_printed && now - m_lastPrint < kInterval) return;
     print(text);
@@ -63,6 +62,7 @@ void Progress::update(const std::string& text) {
 void Progress::print(const std::string& text) {
     using namespace std::chrono;
     double secs = duration<double>(steady_clock::now() - m_start).count();
+    if (secs < m_ctx.progressDelay) return;
     char elapsed[32];
     std::snprintf(elapsed, sizeof elapsed, " [%.1fs]", secs);
     std::string line = m_label + ": " + text + elapsed;
@@ -83,15 +83,9 @@ void Progress::finish() {
         }
         m_wake.notify_all();
         m_thread.join();
-        m_finalText = m_sample();
-    }
-    // The last state is always shown, so that even a quick job ends with its totals.
-    if (m_active && !m_finalText.empty()) {
-        print(m_finalText);
-        m_finalText.clear();
     }
     if (m_printed) {
-        m_ctx.err << '\n' << std::flush;
+        m_ctx.err << '\r' << std::string(m_lastWidth, ' ') << '\r' << std::flush;
         m_printed = false;
     }
 }

@@ -4,7 +4,9 @@
 // their progress is sampled from the outside: a background thread asks a callback (which looks
 // at the files being written) every few hundred milliseconds and rewrites one status line.
 // Loops in the program itself (the record scan) call update() instead. Nothing is printed
-// unless the context asks for progress, which main() does only when stderr is a terminal.
+// unless the context asks for progress (main() does when stderr is a terminal), nothing before
+// the job has run for the context's delay (half a second), and the line is wiped when the job
+// ends, so that a quick job shows nothing and a long one leaves nothing behind.
 #pragma once
 
 #include <chrono>
@@ -34,9 +36,9 @@ class Progress {
     bool active() const { return m_active; }
     // Calls `sample` on a background thread until finish() and prints what it returns.
     void startPolling(std::function<std::string()> sample);
-    // Prints `text` unless a line was printed very recently.
+    // Prints `text` unless a line was printed very recently or the job is young.
     void update(const std::string& text);
-    // Stops polling and ends the status line; called by the destructor too.
+    // Stops polling and wipes the status line; called by the destructor too.
     void finish();
 
   private:
@@ -51,7 +53,6 @@ class Progress {
     std::chrono::steady_clock::time_point m_start;
     std::chrono::steady_clock::time_point m_lastPrint;
     std::function<std::string()> m_sample;
-    std::string m_finalText;
     std::thread m_thread;
     std::mutex m_mutex;
     std::condition_variable m_wake;

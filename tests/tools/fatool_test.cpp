@@ -1,78 +1,101 @@
-// The command-line program run in-process against real files: exit status, what it prints on
-// standard output, and the log it prints on standard error when an operation fails.
+// The command-line program: its usage rules, its commands on real files, and how it reports
+// failures and progress.
 #include <gtest/gtest.h>
-
-#include "support/TestSupport.h"
 
 #ifdef FA_HAVE_FATOOL
 
-#include <deque>
-#include <sstream>
-#include <string>
-#include <vector>
+#include <cctype>
+#include <map>
+#include <set>
 
-#include "Cli.h"
+#include "FatoolCalls.h"
 
 namespace {
 
-// One call and what it must give: the exit status, the whole standard output (or a part of it
-// when `outPart` is set), and parts of standard error, which must be empty when none is given.
-// The command line is split at spaces; "@name" stands for a file of the test directory, "@"
-// for the directory itself, "%name" for a file under tests/data and '' for an empty argument.
-struct Call {
-    std::string line;
-    int status;
-    std::string out;
-    std::vector<std::string> err = {};
-    bool outPart = false;
-};
+using fatool_test::Call;
+using fatool_test::FatoolTest;
+using fatool_test::lineCount;
 
-class FatoolTest : public TempDirTest {
-  protected:
-    std::string argument(const std::string& w) const {
-        if (w == "''" || (w[0] != '@' && w[0] != '%')) return w == "''" ? "" : w;
-        return w[0] == '%' ? testDataPath(w.substr(1)) : w == "@" ? dir() : path(w.substr(1));
-    }
-
-    // Runs the calls in order, so later calls can use the files earlier ones made. `terminal`
-    // stands for standard error being a terminal, where progress is shown by default.
-    void runCalls(const std::vector<Call>& calls, bool terminal = false) const {
-        for (const Call& c : calls) {
-            SCOPED_TRACE(c.line);
-            std::deque<std::string> args;  // keeps its strings in place as it grows
-            std::vector<const char*> argv{"fatool"};
-            std::istringstream words(c.line);
-            for (std::string w; words >> w;) argv.push_back(args.emplace_back(argument(w)).c_str());
-            std::ostringstream out, err;
-            fatool::Context ctx{out, err, false, terminal};
-            EXPECT_EQ(fatool::run(static_cast<int>(argv.size()), argv.data(), ctx), c.status)
-                << err.str();
-            std::string o = out.str(), e = err.str();
-            EXPECT_TRUE(c.outPart ? o.find(c.out) != o.npos : o == c.out) << o;
-            EXPECT_TRUE(!c.err.empty() || e.empty()) << e;
-            for (const std::string& part : c.err) EXPECT_NE(e.find(part), e.npos) << e;
-        }
-    }
-};
-
-// Bad usage exits with 2 and says why; help and version exit with 0. Every command is run in
-// the tests below, so a command missing from the table shows there.
+// Bad usage exits with 2 and says why; help and version exit with 0.
 TEST_F(FatoolTest, BadUsageAndHelp) {
+    writeFile("f", "abc");
     runCalls({
         {"", 2, "", {"no command given"}},
         {"frobnicate", 2, "", {"unknown command 'frobnicate'"}},
         {"--bogus info x", 2, "", {"unknown option '--bogus'"}},
-        {"copy only-one", 2, "", {"missing arguments", "Usage: fatool copy [OPTIONS] FROM TO"}},
+        {"copy only-one", 2, "", {"fatool: copy: missing arguments", "Usage: fatool copy"}},
         {"split @f 12X", 2, "", {"invalid part size '12X'"}},
+        {"split @f 1k", 2, "", {"invalid part size '1k'"}},
+        // Sizes past what the library takes are refused with the range it takes.
+        {"split @f 2G", 2, "", {"expected a byte count from 1 to 2147483647, with an optional K"}},
+        {"blocks @f 0", 2, "", {"invalid block size '0'"}},
         {"block @f 2 -1", 2, "", {"invalid block index '-1'"}},
         {"encode @f --encoding rot13", 2, "", {"unknown encoding 'rot13'"}},
         {"scan @f '' </r>", 2, "", {"the markers must not be empty"}},
+        {"scan -C klingon @f <a> </a>", 2, "", {"unknown charset 'klingon'"}},
         {"compare --verbose=yes a b", 2, "", {"option --verbose takes no value"}},
+        {"blockid 0 0", 2, "", {"invalid length '0': expected 1 to 4096"}},
+        {"blockid 100 2", 2, "", {"index 100 needs 3 characters, more than the length 2"}},
+        {"blockid --number 3 98 2", 2, "", {"index 100 needs 3 characters"}},
+        // --progress belongs to the commands that show progress.
+        {"info --progress @f", 2, "", {"unknown option '--progress'"}},
         {"--version", 0, "fatool ", {}, true},
+        {"info --version", 0, "fatool ", {}, true},
         // Help is made from the command table: the list must reach its last entry.
         {"--help", 0, "\n  rmtree ", {}, true},
         {"scan --help", 0, "Usage: fatool scan [OPTIONS] FILE BEGIN END\n", {}, true},
+        {"scan -h", 0, "  --progress ", {}, true},
     });
+}
+
+// Values attach to short options, short flags group, and "--" ends the options.
+TEST_F(FatoolTest, OptionSpellings) {
+    writeFile("d.bin", std::string(10, 'd'));
+    writeFile("-n", "a file named -n");
+    runCalls({
+        {"split -d@parts -xdat -Pp @d.bin 4", 0, path("parts") + "/p1.dat\n", {}, true},
+        {"split -fd@parts -x dat -Pp @d.bin 4", 0, path("parts") + "/p3.dat\n", {}, true},
+        {"join --dir=@parts --prefix p --ext dat x @j.bin", 0, "joined 3 parts (10 bytes)", {}, true},
+        {"scan -cl1 @d.bin d d", 0, "1\n"},
+        {"copy -- @-n @copy", 0, ""},
+    });
+    EXPECT_EQ(readFile(path("copy")), "a file named -n");
+}
+
+// One meaning per letter: a letter used by several commands names the same long option.
+TEST_F(FatoolTest, EachOptionLetterHasOneMeaning) {
+    std::map<char, std::string> meaning = {{'h', "help"}, {'v', "verbose"}};
+    for (const fatool::CommandSpec& c : fatool::commandTable()) {
+        for (const fatool::OptionSpec& o : c.options) {
+            if (!o.shortName) continue;
+            SCOPED_TRACE(std::string(c.name) + " -" + o.shortName);
+            const auto [it, fresh] = meaning.emplace(o.shortName, o.name);
+            EXPECT_EQ(it->second, o.name);
+        }
+    }
+}
+
+// Every upper-case placeholder a command's help text names is one of its arguments or option
+// values, so the help never talks of an argument that does not exist.
+TEST_F(FatoolTest, HelpNamesOnlyArgumentsThatExist) {
+    const std::set<std::string> words = {"UTC", "BOM", "UTF"};
+    for (const fatool::CommandSpec& c : fatool::commandTable()) {
+        std::string known = c.args;
+        for (const fatool::OptionSpec& o : c.options) known += std::string(" ") + (o.value ? o.value : "");
+        const std::string text = c.details;
+        for (size_t i = 0; i < text.size();) {
+            size_t j = i;
+            while (j < text.size() && (std::isupper(static_cast<unsigned char>(text[j])) || text[j] == '_'))
+                ++j;
+            const std::string word = text.substr(i, j - i);
+            if (word.size() >= 2 && std::isupper(static_cast<unsigned char>(word[0])) &&
+                !words.count(word)) {
+                SCOPED_TRACE(std::string(c.name) + ": " + word);
+                EXPECT_NE(known.find(word), std::string::npos) << known;
+            }
+            i = j == i ? i + 1 : j;
+        }
+    }
 }
 
 TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
@@ -89,12 +112,11 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
         {"split @d.bin 300 --dir @", 0, parts},
         {"join --dir @ d.bin @j.bin", 0, "joined 4 parts (1000 bytes) into /", {}, true},
         {"compare @d.bin @j.bin", 0, "identical\n"},
-        // A difference is an answer, not a failure: no log is printed for it.
         {"compare @d.bin @changed.bin", 1, "different\n"},
         {"split --prefix p --ext .dat -d @ @d.bin 1K", 0, path("p1.dat") + "\n"},
-        {"join -d @ -p p -e dat ignored @k.bin", 0, "joined 1 parts", {}, true},
+        {"join -d @ -P p -x dat ignored @k.bin", 0, "joined 1 part (1000 bytes)", {}, true},
         {"scan @r.xml <rec> </rec>", 0, "<rec id=\"1\">one</rec>\n<rec n=\"2\">two</rec>\n"},
-        {"scan --count -c utf-16le @w.txt [ ]", 0, "2\n"},
+        {"scan --count -C utf-16le @w.txt [ ]", 0, "2\n"},
         {"scan --limit 1 @r.xml <rec </rec>", 0, "<rec id=\"1\">one</rec>\n"},
         {"scan --limit 0 @r.xml <rec </rec>", 0, ""},
         {"replace @t.txt cat ox", 0, "3\n"},
@@ -103,63 +125,115 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
         {"block @d.bin 300 3", 0, data.substr(900)},
         {"block -e hex @in.txt 2 1", 0, "66C3\n"},
         {"encode @in.txt", 0, "Y2Fmw6k=\n"},
-        {"blockid -e ascii -n 3 98 3", 0, "098\n099\n100\n"},
+        {"blockid -e ascii --number 3 98 3", 0, "098\n099\n100\n"},
         {"blockid 0 4", 0, "MDAwMA==\n"},
         {"shortcut %lnk/xp-arguments.lnk", 0, "Arguments: \"this is the arguments\"\n", {}, true},
-        {"shortcut --check %lnk/malformed-not-a-shortcut.lnk",
-         1,
-         "not parseable\n",
-         {"is not a readable shortcut"}},
+        {"shortcut --check %lnk/malformed-not-a-shortcut.lnk", 1, "not parseable\n"},
         {"info @in.txt", 0, "type: file\nsize: 5\n", {}, true},
         {"copy @in.txt @b.txt", 0, ""},
-        {"copy --no-clobber @d.bin @b.txt", 1, "", {"Failed to copy file"}},
         {"move @b.txt @c.txt", 0, ""},
         // mkdir needs the parent unless -p is given, which also accepts what exists.
-        {"mkdir @p/q", 1, "", {"mkdir"}},
         {"mkdir -p @x/y/z @x/y/z", 0, ""},
         {"rmtree @x", 0, ""},
-        {"info @x", 1, "", {"does not exist"}},
         {"convert --bom @c.txt utf-8 @o.txt utf-16le", 0, ""},
         {"convert @o.txt utf-16le @back.txt windows-1252", 0, ""},
-        // delete goes on past a failure and reports it.
-        {"delete @missing @c.txt", 1, "", {"could not delete '" + path("missing") + "'"}},
     });
     EXPECT_EQ(readFile(path("j.bin")) + readFile(path("k.bin")), data + data);
     EXPECT_EQ(readFile(path("t.txt")), "ox dog ox bird ox");
     EXPECT_EQ(readFile(path("o.txt")), std::string("\377\376c\0a\0f\0\351\0", 10));
-    EXPECT_EQ(readFile(path("back.txt")) + readFile(path("c.txt")), "caf\xe9<missing>");
+    EXPECT_EQ(readFile(path("back.txt")) + readFile(path("in.txt")), "caf\xe9" "caf\xc3\xa9");
+    EXPECT_EQ(readFile(path("b.txt")) + readFile(path("x")), "<missing><missing>");
 }
 
-TEST_F(FatoolTest, FailedOperationsPrintTheLibraryLog) {
+// A failure is one line, "fatool: COMMAND: PATH: reason", with the library's error line as the
+// reason; --verbose adds the whole log.
+TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
     writeFile("f", "abc");
-    writeFile("cjk.txt", "\xe4\xb8\xad");
-    runCalls({
-        {"join --dir @ nothing @o", 1, "", {"fatool join: could not join", "ReassembleFile:"}},
-        {"split @m 10 --dir @", 1, "", {"could not split", "Failed to open input file."}},
-        {"copy @m @b", 1, "", {"fatool copy: could not copy", "Failed to copy file"}},
-        {"scan @m <a> </a>", 1, "", {"fatool scan: could not open", "OpenForRead:"}},
-        {"replace @m a b", 1, "", {"fatool replace: could not replace", "ReplaceStrings:"}},
-        {"blockid 10 1", 1, "", {"fatool blockid: could not make", "Failed."}},
-        {"info @m", 1, "", {"does not exist", "FileType:"}},
-        {"compare @m @m2", 1, "", {"fatool compare: could not compare", "FileContentsEqual:"}},
-        {"shortcut %lnk/malformed-not-a-shortcut.lnk", 1, "", {"could not read the shortcut"}},
-        // A character the target cannot hold makes the write fail and leaves no file.
-        {"convert @cjk.txt utf-8 @x.txt us-ascii", 1, "", {"holds text that us-ascii cannot"}},
-        // A success prints its log only when asked to.
-        {"--verbose copy @f @c", 0, "", {"FileCopy:"}},
-        {"copy -v @f @d", 0, "", {"FileCopy:"}},
-    });
-    EXPECT_EQ(readFile(path("f")) + readFile(path("x.txt")), "abc<missing>");
+    struct Case {
+        std::string line;
+        std::string start;  // the line's start: command and path
+        std::string reason;
+        bool logged;  // whether a library call failed, whose log --verbose adds
+    };
+    const std::vector<Case> cases = {
+        {"copy @m @b", "fatool: copy: " + path("b") + ": ", "Failed to copy file", true},
+        {"copy -n @f @f", "fatool: copy: " + path("f") + ": ", "exists", true},
+        {"scan @m <a> </a>", "fatool: scan: " + path("m") + ": ", "No such file", false},
+        {"scan @m [a] [/a]", "fatool: scan: " + path("m") + ": ", "No such file", true},
+        {"replace @m a b", "fatool: replace: " + path("m") + ": ", "No such file", true},
+        {"info @m", "fatool: info: " + path("m") + ": ", "no such file or directory", false},
+        {"mkdir @p/q", "fatool: mkdir: " + path("p/q") + ": ", "No such file", true},
+        {"delete @missing", "fatool: delete: " + path("missing") + ": ", "No such file", true},
+        {"blocks @m 10", "fatool: blocks: " + path("m") + ": ", "No such file", true},
+        {"encode @m", "fatool: encode: " + path("m") + ": ", "No such file", true},
+        {"shortcut %lnk/malformed-not-a-shortcut.lnk", "fatool: shortcut: ",
+         "not a readable shortcut", true},
+        {"join -d @ nothing @o", "fatool: join: " + path("nothing.1.part") + ": ", "no such part",
+         false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        std::string quiet;
+        for (const char* verbose : {"", "--verbose "}) {
+            std::istringstream in;
+            std::ostringstream out, err;
+            EXPECT_EQ(runLine(verbose + c.line, in, out, err), 1);
+            const std::string e = err.str();
+            if (quiet.empty()) {
+                quiet = e;
+                EXPECT_EQ(e.rfind(c.start, 0), 0u) << e;
+                EXPECT_NE(e.find(c.reason), std::string::npos) << e;
+                EXPECT_EQ(lineCount(e), 1u) << e;
+                continue;
+            }
+            // --verbose: the same line, then the log of the call that failed.
+            EXPECT_EQ(e.rfind(quiet, 0), 0u) << e;
+            EXPECT_EQ(lineCount(e) > 1, c.logged) << e;
+        }
+    }
 }
 
-TEST_F(FatoolTest, ProgressGoesToStandardErrorWhenAsked) {
-    writeFile("p.bin", std::string(5000, 'p'));
+// compare answers as cmp does: 0 identical, 1 different, 2 when it cannot compare.
+TEST_F(FatoolTest, CompareTellsDifferentFromCannotCompare) {
+    writeFile("a", "same");
+    writeFile("b", "same");
+    writeFile("c", "diff");
+    mkdir(path("dir").c_str(), 0755);
+    runCalls({
+        {"compare @a @b", 0, "identical\n"},
+        {"compare @a @c", 1, "different\n"},
+        {"compare @dir @a", 2, "", {"fatool: compare: "}},
+        {"compare @a @missing", 2, "", {"fatool: compare: "}},
+    });
+}
+
+// Progress shows on a terminal only for a job older than the delay, and leaves no line behind.
+TEST_F(FatoolTest, ProgressIsWipedAndOnlyForSlowJobs) {
     writeFile("t.txt", "[a] [b] [c]");
-    runCalls({{"--progress scan -n @t.txt [ ]", 0, "3\n", {"scan: 3 records, 9 B of 11 B (81%)"}}});
-    // On a terminal the progress is shown unless switched off.
-    runCalls({{"split @p.bin 1000 --dir @", 0, "", {"split: 4.9 KiB of 4.9 KiB (100%)"}, true},
-              {"split --no-progress @p.bin 1000 --dir @", 0, "", {}, true}},
-             true);
+    for (double delay : {0.0, 0.5}) {
+        SCOPED_TRACE(delay);
+        std::istringstream in;
+        std::ostringstream out, err;
+        EXPECT_EQ(runLine("scan -c @t.txt [ ]", in, out, err, true, delay), 0);
+        EXPECT_EQ(out.str(), "3\n");
+        const std::string e = err.str();
+        if (delay > 0) {
+            EXPECT_EQ(e, "");  // a quick job shows nothing
+            continue;
+        }
+        EXPECT_NE(e.find("\rscan: 1 record, 3 B of 11 B (27%) ["), std::string::npos) << e;
+        // The last thing written is blanks as wide as the widest line, then the cursor back
+        // at its start.
+        ASSERT_EQ(e.front(), '\r');
+        ASSERT_EQ(e.back(), '\r');
+        std::vector<std::string> lines;
+        for (size_t at = 1, next; at < e.size(); at = next + 1)
+            lines.push_back(e.substr(at, (next = e.find('\r', at)) - at));
+        const std::string& blanks = lines.back();
+        EXPECT_EQ(blanks, std::string(blanks.size(), ' '));
+        for (const std::string& line : lines) EXPECT_LE(line.find_last_not_of(' ') + 1, blanks.size());
+    }
+    runCalls({{"scan --no-progress -c @t.txt [ ]", 0, "3\n"}}, true);
 }
 
 }  // namespace

@@ -1,0 +1,175 @@
+// The program never damages what it was not asked to change: refused removals, outputs written
+// whole or not at all, stale parts, failed writes to standard output, standard input and
+// output as "-", and links shown as links.
+#include <gtest/gtest.h>
+
+#ifdef FA_HAVE_FATOOL
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+
+#include "FatoolCalls.h"
+#include "foundation/fs/SysCalls.h"
+#include "support/SysCallOverride.h"
+
+namespace {
+
+using fatool_test::Call;
+using fatool_test::FatoolTest;
+using fatool_test::lineCount;
+
+// In a child whose whole file system is a fresh directory (where it may chroot), with every
+// removing call recorded and refused: a broken refusal could harm nothing.
+TEST_F(FatoolTest, RmtreeRefusesTheRootAndDotsAsRmDoes) {
+    mkdir(path("a").c_str(), 0755);
+    writeFile("a/keep", "x");
+    static int s_removals;
+    const int failures = inChildProcess([&] {
+        if (runningAsRoot() ? chroot(dir().c_str()) != 0 || chdir("/") != 0
+                            : chdir(dir().c_str()) != 0)
+            return 100;
+        s_removals = 0;
+        SysCalls& t = sysCalls();
+        t.unlink = [](const char*) { return ++s_removals, errno = EPERM, -1; };
+        t.unlinkat = [](int, const char*, int) { return ++s_removals, errno = EPERM, -1; };
+        t.rmdir = [](const char*) { return ++s_removals, errno = EPERM, -1; };
+        int bad = 0;
+        for (const char* target : {"/", "//", ".", "..", "./", "a/..", "/a/.."}) {
+            std::istringstream in;
+            std::ostringstream out, err;
+            const char* argv[] = {"fatool", "rmtree", target};
+            fatool::Context ctx{in, out, err, false, false};
+            const int status = fatool::run(3, argv, ctx);
+            const std::string e = err.str();
+            const std::string start = std::string("fatool: rmtree: ") + target + ": ";
+            if (status != 1 || s_removals != 0 || lineCount(e) != 1 || e.rfind(start, 0) != 0 ||
+                e.find("refusing") == std::string::npos) {
+                std::fprintf(stderr, "%s: status %d, removals %d\n%s", target, status,
+                             s_removals, e.c_str());
+                ++bad;
+            }
+        }
+        return bad;
+    });
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(readFile(path("a/keep")), "x");
+}
+
+// A command that fails leaves its output file as it was.
+TEST_F(FatoolTest, FailuresLeaveTheOutputAsItWas) {
+    writeFile("d.bin", std::string(3000, 'd'));
+    writeFile("latin1.txt", "caf\xe9");
+    writeFile("cjk.txt", "\xe4\xb8\xad");
+    writeFile("t.txt", "a b a");
+    writeFile("out", "precious");
+    runCalls({
+        {"split -d @parts @d.bin 1000", 0, "", {}, true},
+        {"join -d @parts mistyped @out", 1, "", {"fatool: join: " + path("parts") + "/mistyped.1.part: no such part"}},
+        {"join -d @parts d.bin @parts/d.bin.2.part", 1, "", {"is part 2 of the set it would join"}},
+        {"convert @latin1.txt bogus @out utf-8", 2, "", {"fatool: convert: unknown charset 'bogus'"}},
+        {"convert @latin1.txt utf-8 @out bogus", 2, "", {"unknown charset 'bogus'"}},
+        {"convert @latin1.txt utf-8 @out utf-16le", 1, "", {"fatool: convert: " + path("latin1.txt") + ": not valid utf-8 text"}},
+        {"convert @cjk.txt utf-8 @out us-ascii", 1, "", {"holds characters that us-ascii cannot hold"}},
+        {"replace -C bogus @t.txt a b", 2, "", {"fatool: replace: unknown charset 'bogus'"}},
+    });
+    EXPECT_EQ(readFile(path("out")), "precious");
+    EXPECT_EQ(readFile(path("parts/d.bin.2.part")), std::string(1000, 'd'));
+    EXPECT_EQ(readFile(path("t.txt")), "a b a");
+}
+
+// Parts of an earlier split under the same names are refused, or removed with --force, so that
+// join never glues stale parts on; a missing --dir is made.
+TEST_F(FatoolTest, SplitRefusesStalePartsAndMakesItsDirectory) {
+    writeFile("d.bin", std::string(3000, 'a'));
+    runCalls({{"split -d @new/sub @d.bin 1000", 0, path("new/sub") + "/d.bin.3.part\n", {}, true}});
+    writeFile("d.bin", std::string(1500, 'b'));
+    runCalls({
+        {"split -d @new/sub @d.bin 1000", 1, "",
+         {"fatool: split: " + path("new/sub") + "/d.bin.1.part: already there, with 3 parts of an "
+          "earlier split (--force removes them)"}},
+        {"split -f -d @new/sub @d.bin 1000", 0, path("new/sub") + "/d.bin.2.part\n", {}, true},
+        {"join -d @new/sub d.bin @j.bin", 0, "joined 2 parts (1500 bytes)", {}, true},
+    });
+    EXPECT_EQ(readFile(path("j.bin")), std::string(1500, 'b'));
+    EXPECT_EQ(readFile(path("new/sub/d.bin.3.part")), "<missing>");
+}
+
+// A split that fails on the way removes the parts it wrote.
+TEST_F(FatoolTest, AFailedSplitLeavesNoParts) {
+    writeFile("d.bin", std::string(3000, 'a'));
+    {
+        SysCallOverride faults;
+        faults.failNth(SysCallOverride::Write, 2, ENOSPC, true);
+        faults.failNth(SysCallOverride::CopyFileRange, 2, ENOSPC, true);
+        runCalls({{"split -d @parts @d.bin 1000", 1, "", {"fatool: split: " + path("d.bin") + ": "}}});
+    }
+    for (const char* part : {"parts/d.bin.1.part", "parts/d.bin.2.part"})
+        EXPECT_EQ(readFile(path(part)), "<missing>") << part;
+}
+
+// Every command that prints checks that its output arrived: into a full device it fails.
+TEST_F(FatoolTest, AFailedWriteToStandardOutputFails) {
+    std::ofstream probe("/dev/full");
+    if (!probe) GTEST_SKIP() << "no /dev/full";
+    writeFile("r.xml", "<r><rec>a</rec><rec id=\"2\">b</rec></r>");
+    writeFile("d.bin", std::string(70000, 'd'));
+    writeFile("in.txt", "abc");
+    runCalls({{"split @d.bin 30000 -d @parts", 0, "", {}, true}});
+    for (const char* line :
+         {"--version", "--help", "info --version", "scan --help", "info @r.xml", "scan @r.xml <rec> </rec>",
+          "scan -c @r.xml [ ]", "encode @d.bin", "block @d.bin 1000 3", "blocks @d.bin 10",
+          "blockid --number 10 0 4", "join -d @parts d.bin -", "convert @in.txt utf-8 - utf-16le",
+          "compare @in.txt @in.txt", "split @d.bin 40000 -d @parts2", "replace @in.txt b c",
+          "shortcut %lnk/xp-arguments.lnk"}) {
+        SCOPED_TRACE(line);
+        std::ofstream full("/dev/full");
+        std::istringstream in;
+        std::ostringstream err;
+        EXPECT_EQ(runLine(line, in, full, err), 1);
+        EXPECT_NE(err.str().find("standard output: write error"), std::string::npos) << err.str();
+        EXPECT_EQ(lineCount(err.str()), 1u) << err.str();
+    }
+}
+
+// "-" is standard input for reading commands and standard output for those that write text.
+TEST_F(FatoolTest, DashIsStandardInputAndOutput) {
+    const std::string xml = "<r><rec>a</rec><rec id=\"2\">b</rec><record>no</record></r>";
+    writeFile("d.bin", "0123456789");
+    runCalls({
+        {"scan - <rec> </rec>", 0, "<rec>a</rec>\n<rec id=\"2\">b</rec>\n", {}, false, xml},
+        // The library's exact match: "<rec" of <record> is a begin marker that finds no "</rec>".
+        {"scan -c - <rec </rec>", 0, "2\n", {}, false, xml},
+        {"encode -", 0, "YWJj\n", {}, false, "abc"},
+        {"blocks - 2", 0, "3\n", {}, false, "abcde"},
+        {"block -e hex - 2 1", 0, "6364\n", {}, false, "abcde"},
+        {"compare - @d.bin", 0, "identical\n", {}, false, "0123456789"},
+        {"copy - @copied", 0, "", {}, false, "from standard input"},
+        {"convert - latin1 - utf-8", 0, "caf\xc3\xa9", {}, false, "caf\xe9"},
+        {"split -d @parts - 4", 0, path("parts") + "/stdin.3.part\n", {}, true, "abcdefghij"},
+        {"join -d @parts stdin -", 0, "abcdefghij", {}, false},
+        // replace rewrites its file in place, which standard input is not.
+        {"replace - a b", 2, "", {"must be a file, not '-'"}},
+    });
+    EXPECT_EQ(readFile(path("copied")), "from standard input");
+}
+
+// info shows a link as a link, with its target, and follows it only with -L.
+TEST_F(FatoolTest, InfoShowsLinksAsLinks) {
+    writeFile("target.txt", "12345");
+    ASSERT_EQ(symlink("target.txt", path("link").c_str()), 0);
+    ASSERT_EQ(symlink("gone", path("dangling").c_str()), 0);
+    runCalls({
+        {"info @link", 0, "type: symlink\ntarget: target.txt\n", {}, true},
+        {"info -L @link", 0, "type: file\nsize: 5\n", {}, true},
+        {"info @dangling", 0, "type: symlink\ntarget: gone\ndangling: yes\n", {}, true},
+        {"info -L @dangling", 1, "", {"fatool: info: " + path("dangling") + ": no such file"}},
+    });
+}
+
+}  // namespace
+
+#endif
