@@ -25,6 +25,9 @@ endforeach()
 if(TARGET fatool)
   install(TARGETS fatool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+if(FATOOL_MAN_PAGE)
+  install(FILES ${FATOOL_MAN_PAGE} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
 
 install(EXPORT fileaccessTargets NAMESPACE fileaccess:: DESTINATION ${FA_INSTALL_CMAKEDIR})
 # The package config re-finds what the library's interface links: threads always, iconv
