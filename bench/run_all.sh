@@ -36,7 +36,7 @@ say() { printf '== %s [%ds]\n' "$*" $(($(date +%s) - start)) >&2; }
 
 say "building (Release, benchmarks on)"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DFA_BUILD_BENCH=ON \
-    -DFA_BUILD_TESTS=OFF -DFA_BUILD_TOOLS=OFF >/dev/null || exit 1
+    -DFA_BUILD_TESTS=OFF -DFA_BUILD_TOOLS=ON >/dev/null || exit 1
 cmake --build "$build" -j"${JOBS:-2}" >"$logs/build.txt" 2>&1 || {
     tail -n 30 "$logs/build.txt"
     exit 1

@@ -8,6 +8,8 @@
 //   xmllint --stream --noout       a streaming XML parse
 //   ReadNextFragment, one call per record, with the marker "<rec" and the tag marker "<rec>"
 //   ScanFragments, with a consumer that only counts, with both markers
+//   fatool scan --count with the tag marker (the program's own streaming tag match), run
+//   in-process, where the program is built
 // Blocks: GetNumBlocks and ReadBlock of 64 KiB blocks in order over a blockMiB file against
 // dd bs=64k.
 // The page cache is warm for all. The contenders run by turns, three rounds, so that each meets
@@ -29,6 +31,12 @@
 #include <vector>
 
 #include "fileaccess/ClsFileAccess.h"
+
+#ifdef FA_HAVE_FATOOL
+#include <sstream>
+
+#include "Cli.h"
+#endif
 
 namespace {
 
@@ -141,6 +149,18 @@ long long oneScan(const std::string& path, const char* begin) {
     return got == n ? n : -1;
 }
 
+#ifdef FA_HAVE_FATOOL
+// The program's record count for the tag marker, from its standard output.
+long long programScan(const std::string& path) {
+    std::istringstream in;
+    std::ostringstream out, err;
+    fatool::Context ctx{in, out, err, false, false};
+    const char* argv[] = {"fatool", "scan", "--count", path.c_str(), "<rec>", "</rec>"};
+    if (fatool::run(6, argv, ctx) != 0) fail("fatool scan failed: " + err.str());
+    return std::stoll(out.str());
+}
+#endif
+
 long long blockScan(const std::string& path, int blockSize) {
     ClsFileAccess fa;
     XString p(path.c_str());
@@ -181,6 +201,9 @@ void benchRecords(const std::string& dir, size_t recordSize, unsigned mib) {
         {"ReadNextFragment <rec>", [&] { return singleCalls(path, "<rec>"); }, records},
         {"ScanFragments <rec", [&] { return oneScan(path, "<rec"); }, records},
         {"ScanFragments <rec>", [&] { return oneScan(path, "<rec>"); }, records},
+#ifdef FA_HAVE_FATOOL
+        {"fatool scan -c <rec>", [&] { return programScan(path); }, records},
+#endif
     };
     race(all);
     for (const Contender& c : all) report(c, mib, records);

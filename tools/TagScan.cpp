@@ -69,11 +69,10 @@ bool TagScanner::prepare(const std::string& begin, const std::string& end,
             return why = charset + " writes tags in characters of differing widths", false;
         m_units.insert(m_units.end(), u.getData2(), u.getData2() + m_unit);
     }
+    m_special.fill(false);
+    if (m_unit == 1)
+        for (Unit u : {kGt, kQuote, kApos}) m_special[m_units[u]] = true;
     return true;
-}
-
-bool TagScanner::unitIs(const unsigned char* p, Unit u) const {
-    return std::memcmp(p, m_units.data() + static_cast<size_t>(u) * m_unit, m_unit) == 0;
 }
 
 // In UTF-16 and UTF-32 a match must start on a character, counted from the file's start.
@@ -134,7 +133,18 @@ bool TagScanner::stepTagEnd(Window& w) {
     const size_t nameEnd = m_start + m_prefix.getSize();
     for (; m_at + m_unit <= w.size; m_at += m_unit) {
         const unsigned char* p = w.data() + m_at;
-        if (m_quote >= 0) {
+        if (m_unit == 1) {
+            // One byte a character: jump to the closing quote, and pass over the bytes that
+            // are none of the three that matter.
+            if (m_quote >= 0) {
+                const void* q = std::memchr(p, m_units[m_quote], w.size - m_at);
+                if (!q) return m_at = w.size, false;
+                m_at = static_cast<size_t>(static_cast<const unsigned char*>(q) - w.data());
+                m_quote = -1;
+                continue;
+            }
+            if (!m_special[*p]) continue;
+        } else if (m_quote >= 0) {
             if (unitIs(p, static_cast<Unit>(m_quote))) m_quote = -1;
             continue;
         }

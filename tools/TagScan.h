@@ -11,8 +11,10 @@
 // collected; nothing is read twice and a record costs no system call.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -71,13 +73,19 @@ class TagScanner {
     bool stepTagEnd(Window& w);
     bool stepEnd(Window& w);
     bool aligned(const Window& w, size_t at) const;
-    bool unitIs(const unsigned char* p, Unit u) const;
+    // Whether the character at p is unit u: one byte compared in UTF-8 and the like, one
+    // two- or four-byte word in UTF-16 and UTF-32 (the tight loops test every character).
+    bool unitIs(const unsigned char* p, Unit u) const {
+        if (m_unit == 1) return *p == m_units[u];
+        return std::memcmp(p, m_units.data() + static_cast<size_t>(u) * m_unit, m_unit) == 0;
+    }
 
     const size_t m_block;
     DataBuffer m_prefix;  // "<name"
     DataBuffer m_end;
     std::vector<unsigned char> m_units;  // kUnits characters of m_unit bytes each
     size_t m_unit = 1;
+    std::array<bool, 256> m_special{};  // one-byte charsets: '>' and the quotes
     _ovCharset m_charset;
     int64_t m_bytesRead = 0;
 
