@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "foundation/fs/SysCalls.h"
 #include "foundation/text/XString.h"
 
 std::string lastLog(ClsBase& obj) {
@@ -90,6 +91,22 @@ int inChildProcess(const std::function<int()>& body) {
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+int inJailRefusingRemovals(const std::string& root,
+                           const std::function<int(const int& removals)>& body) {
+    static int s_removals;
+    return inChildProcess([&] {
+        if (runningAsRoot() ? chroot(root.c_str()) != 0 || chdir("/") != 0
+                            : chdir(root.c_str()) != 0)
+            return 100;
+        s_removals = 0;
+        SysCalls& t = sysCalls();
+        t.unlink = [](const char*) { return ++s_removals, errno = EPERM, -1; };
+        t.unlinkat = [](int, const char*, int) { return ++s_removals, errno = EPERM, -1; };
+        t.rmdir = [](const char*) { return ++s_removals, errno = EPERM, -1; };
+        return body(s_removals);
+    });
 }
 
 std::string makeDirOnOtherDevice(const std::string& near) {

@@ -57,5 +57,11 @@ std::string makeDirOnOtherDevice(const std::string& near);
 // root, its descriptor limit, its user. The body must not use GoogleTest assertions.
 int inChildProcess(const std::function<int()>& body);
 
+// Runs `body` in a child whose whole file system is the directory `root`: chrooted into it when
+// the tests run as root, else only working inside it. Every removing system call of the
+// file-system layer (unlink, unlinkat, rmdir) is counted in `removals` and refused, so a broken
+// refusal to remove harms nothing. Returns body's result, or 100 when the child cannot settle.
+int inJailRefusingRemovals(const std::string& root, const std::function<int(const int& removals)>& body);
+
 // Path of a file under tests/data.
 std::string testDataPath(const std::string& name);

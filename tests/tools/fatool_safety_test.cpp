@@ -13,7 +13,6 @@
 #include <fstream>
 
 #include "FatoolCalls.h"
-#include "foundation/fs/SysCalls.h"
 #include "support/SysCallOverride.h"
 
 namespace {
@@ -22,21 +21,11 @@ using fatool_test::Call;
 using fatool_test::FatoolTest;
 using fatool_test::lineCount;
 
-// In a child whose whole file system is a fresh directory (where it may chroot), with every
-// removing call recorded and refused: a broken refusal could harm nothing.
+// In a child whose whole file system is the test's directory, with removals refused.
 TEST_F(FatoolTest, RmtreeRefusesTheRootAndDotsAsRmDoes) {
     mkdir(path("a").c_str(), 0755);
     writeFile("a/keep", "x");
-    static int s_removals;
-    const int failures = inChildProcess([&] {
-        if (runningAsRoot() ? chroot(dir().c_str()) != 0 || chdir("/") != 0
-                            : chdir(dir().c_str()) != 0)
-            return 100;
-        s_removals = 0;
-        SysCalls& t = sysCalls();
-        t.unlink = [](const char*) { return ++s_removals, errno = EPERM, -1; };
-        t.unlinkat = [](int, const char*, int) { return ++s_removals, errno = EPERM, -1; };
-        t.rmdir = [](const char*) { return ++s_removals, errno = EPERM, -1; };
+    const int failures = inJailRefusingRemovals(dir(), [](const int& removals) {
         int bad = 0;
         for (const char* target : {"/", "//", ".", "..", "./", "a/..", "/a/.."}) {
             std::istringstream in;
@@ -46,10 +35,10 @@ TEST_F(FatoolTest, RmtreeRefusesTheRootAndDotsAsRmDoes) {
             const int status = fatool::run(3, argv, ctx);
             const std::string e = err.str();
             const std::string start = std::string("fatool: rmtree: ") + target + ": ";
-            if (status != 1 || s_removals != 0 || lineCount(e) != 1 || e.rfind(start, 0) != 0 ||
+            if (status != 1 || removals != 0 || lineCount(e) != 1 || e.rfind(start, 0) != 0 ||
                 e.find("refusing") == std::string::npos) {
                 std::fprintf(stderr, "%s: status %d, removals %d\n%s", target, status,
-                             s_removals, e.c_str());
+                             removals, e.c_str());
                 ++bad;
             }
         }

@@ -74,31 +74,22 @@ TEST_F(TreeTest, RefusesTheRootAndDotPathsRemovingNothing) {
                              "..", "./",  "../", ".//",  "a/..", "a/.", "a/./",  "a/../",
                              "/a/..", "/a/b/..", "a/b/../.", "a/b/..//"};
     static const std::string* s_alias;  // the directory that stat("/") answers for
-    static int s_removals;
     const std::string alias = runningAsRoot() ? "/a" : path("a");
     s_alias = &alias;
-    const int failures = inChildProcess([&] {
-        if (runningAsRoot() ? chroot(dir().c_str()) != 0 || chdir("/") != 0
-                            : chdir(dir().c_str()) != 0)
-            return 100;
-        s_removals = 0;
-        SysCalls& t = sysCalls();
-        t.unlink = [](const char*) { return ++s_removals, errno = EPERM, -1; };
-        t.unlinkat = [](int, const char*, int) { return ++s_removals, errno = EPERM, -1; };
-        t.rmdir = [](const char*) { return ++s_removals, errno = EPERM, -1; };
+    const int failures = inJailRefusingRemovals(dir(), [&](const int& removals) {
         int bad = 0;
         auto check = [&](const char* p) {
             _ovLogger log;
-            if (removeTree(p, log) || s_removals != 0 ||
+            if (removeTree(p, log) || removals != 0 ||
                 log.text().find("refusing to remove") == std::string::npos) {
-                std::fprintf(stderr, "%s: removals %d\n%s\n", p, s_removals, log.text().c_str());
+                std::fprintf(stderr, "%s: removals %d\n%s\n", p, removals, log.text().c_str());
                 ++bad;
             }
         };
         for (const char* p : refused) check(p);
         // The root directory by another name (as a bind mount would give it): stat("/")
         // answers for "a".
-        t.stat = [](const char* p, struct stat* st) {
+        sysCalls().stat = [](const char* p, struct stat* st) {
             return realSysCalls().stat(std::string(p) == "/" ? s_alias->c_str() : p, st);
         };
         check(alias.c_str());
