@@ -89,12 +89,22 @@ bool TagScanner::step(Window& w) {
     return false;
 }
 
+// The first match of `needle` in the window from `from` on that starts on a character, or
+// kNotFound.
+unsigned TagScanner::findAligned(const Window& w, const DataBuffer& needle, size_t from) const {
+    while (true) {
+        const unsigned hit = fragments::findMarker(w.data(), static_cast<unsigned>(from),
+                                                   static_cast<unsigned>(w.size), needle);
+        if (hit == fragments::kNotFound || aligned(w, hit)) return hit;
+        from = size_t{hit} + 1;
+    }
+}
+
 // Finds "<name" followed by white space, ">" or "/"; false when the window runs out first.
 bool TagScanner::stepBegin(Window& w) {
     const unsigned prefixLen = m_prefix.getSize();
     while (true) {
-        const unsigned hit = fragments::findMarker(w.data(), static_cast<unsigned>(m_at),
-                                                   static_cast<unsigned>(w.size), m_prefix);
+        const unsigned hit = findAligned(w, m_prefix, m_at);
         if (hit == fragments::kNotFound) {
             // The last bytes may be the start of a tag cut by the block's end.
             const size_t tail = prefixLen + m_unit - 1;
@@ -107,10 +117,6 @@ bool TagScanner::stepBegin(Window& w) {
             return false;
         }
         const unsigned char* next = w.data() + after;
-        if (!aligned(w, hit)) {
-            m_at = size_t{hit} + 1;
-            continue;
-        }
         m_start = hit;
         if (unitIs(next, kGt)) {
             m_at = after + m_unit;
@@ -168,21 +174,14 @@ bool TagScanner::stepTagEnd(Window& w) {
 // Finds the end marker after the begin tag.
 bool TagScanner::stepEnd(Window& w) {
     const unsigned endLen = m_end.getSize();
-    while (true) {
-        const unsigned hit = fragments::findMarker(w.data(), static_cast<unsigned>(m_at),
-                                                   static_cast<unsigned>(w.size), m_end);
-        if (hit == fragments::kNotFound) {
-            m_at = std::max(m_at, w.size >= endLen ? w.size - endLen + 1 : 0);
-            return false;
-        }
-        if (!aligned(w, hit)) {
-            m_at = size_t{hit} + 1;
-            continue;
-        }
-        m_at = size_t{hit} + endLen;
-        m_seek = Seek::Begin;
-        return true;
+    const unsigned hit = findAligned(w, m_end, m_at);
+    if (hit == fragments::kNotFound) {
+        m_at = std::max(m_at, w.size >= endLen ? w.size - endLen + 1 : 0);
+        return false;
     }
+    m_at = size_t{hit} + endLen;
+    m_seek = Seek::Begin;
+    return true;
 }
 
 bool TagScanner::scan(ByteSource& source, const std::function<bool(const XString&)>& onRecord,

@@ -73,6 +73,7 @@ class TagScanner {
     bool stepTagEnd(Window& w);
     bool stepEnd(Window& w);
     bool aligned(const Window& w, size_t at) const;
+    unsigned findAligned(const Window& w, const DataBuffer& needle, size_t from) const;
     // Whether the character at p is unit u: one byte compared in UTF-8 and the like, one
     // two- or four-byte word in UTF-16 and UTF-32 (the tight loops test every character).
     bool unitIs(const unsigned char* p, Unit u) const {
