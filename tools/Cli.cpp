@@ -252,6 +252,17 @@ std::string Invocation::inputFile(const std::string& arg) {
     return path.getUtf8();
 }
 
+std::string Invocation::seekableInput(const std::string& arg) {
+    if (arg == "-") return inputFile(arg);
+    ClsFileAccess fa;
+    XString path(arg.c_str());
+    // Missing files and directories are left to the open, which says what is wrong.
+    if (fa.FileType(path) != 4) return arg;
+    fail(arg, "not a regular file, and " + std::string(spec.name) +
+                  " seeks in its input (give - to read standard input)");
+    return "";
+}
+
 int Invocation::fail(const std::string& path, const std::string& reason) const {
     ctx.err << kProgram << ": " << spec.name << ": " << (path.empty() ? "" : shown(path) + ": ")
             << reason << '\n';

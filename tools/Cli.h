@@ -86,6 +86,9 @@ struct Invocation {
     // (the library works on files that can be read more than once). Throws UsageError when
     // standard input cannot be copied.
     std::string inputFile(const std::string& arg);
+    // A file for a command that seeks in it: as inputFile, except that a pipe, socket or
+    // device is refused with one line (and "" returned), since it cannot be read twice.
+    std::string seekableInput(const std::string& arg);
     // How a path is named in messages ("-" is standard input).
     static std::string shown(const std::string& arg);
 

@@ -116,7 +116,8 @@ int scanTags(Invocation& inv, const std::string& charset, int64_t limit) {
 int scanMarkers(Invocation& inv, const std::string& charset, int64_t limit) {
     if (inv.args[1].empty() || inv.args[2].empty())
         throw UsageError("the markers must not be empty");
-    const std::string file = inv.inputFile(inv.args[0]);
+    const std::string file = inv.seekableInput(inv.args[0]);
+    if (file.empty()) return kExitFailed;
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     XString path(file.c_str()), begin(inv.args[1].c_str()), end(inv.args[2].c_str()),
@@ -147,17 +148,22 @@ int runScan(Invocation& inv) {
     return scanMarkers(inv, charset, limit);
 }
 
-// Opens the file for the block commands; standard input is kept in a file first.
+// Opens the file for the block commands (standard input is kept in a file first); false with
+// the failure reported.
 bool openForBlocks(Invocation& inv, ClsFileAccess& fa) {
     fa.put_VerboseLogging(inv.ctx.verbose);
-    XString path(inv.inputFile(inv.args[0]).c_str());
-    return fa.OpenForRead(path);
+    const std::string file = inv.seekableInput(inv.args[0]);
+    if (file.empty()) return false;
+    XString path(file.c_str());
+    if (fa.OpenForRead(path)) return true;
+    inv.failFrom(fa, inv.args[0]);
+    return false;
 }
 
 int runBlocks(Invocation& inv) {
     const int blockSize = static_cast<int>(parseSize(inv.args[1], "block size", 1, 0x7fffffff));
     ClsFileAccess fa;
-    if (!openForBlocks(inv, fa)) return inv.failFrom(fa, inv.args[0]);
+    if (!openForBlocks(inv, fa)) return kExitFailed;
     const int n = fa.GetNumBlocks(blockSize);
     if (n < 0) return inv.failFrom(fa, inv.args[0]);
     inv.ctx.out << n << '\n';
@@ -171,7 +177,7 @@ int runBlock(Invocation& inv) {
     const std::string encoding = inv.get("encoding", "");
     if (!encoding.empty()) checkEncoding(encoding);
     ClsFileAccess fa;
-    if (!openForBlocks(inv, fa)) return inv.failFrom(fa, inv.args[0]);
+    if (!openForBlocks(inv, fa)) return kExitFailed;
     DataBuffer block;
     if (!fa.ReadBlock(index, blockSize, block)) return inv.failFrom(fa, inv.args[0]);
     if (encoding.empty()) {

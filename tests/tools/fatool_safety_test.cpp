@@ -146,6 +146,20 @@ TEST_F(FatoolTest, DashIsStandardInputAndOutput) {
     EXPECT_EQ(readFile(path("copied")), "from standard input");
 }
 
+// A pipe given by name cannot be read twice: the commands that seek say so in one line, and
+// none of them waits for a writer.
+TEST_F(FatoolTest, APipeByNameIsRefusedWhereTheCommandSeeks) {
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0644), 0);
+    const std::string seeks = ": not a regular file, and ";
+    runCalls({
+        {"scan @fifo [a a]", 1, "", {"fatool: scan: " + path("fifo") + seeks + "scan seeks"}},
+        {"blocks @fifo 2", 1, "", {"fatool: blocks: " + path("fifo") + seeks}},
+        {"block @fifo 2 0", 1, "", {"fatool: block: " + path("fifo") + seeks}},
+        {"scan @fifo <a> </a>", 1, "", {"fatool: scan: " + path("fifo") + ": ", "FIFO"}},
+        {"encode @fifo", 1, "", {"fatool: encode: " + path("fifo") + ": ", "FIFO"}},
+    });
+}
+
 // info shows a link as a link, with its target, and follows it only with -L.
 TEST_F(FatoolTest, InfoShowsLinksAsLinks) {
     writeFile("target.txt", "12345");
