@@ -8,6 +8,7 @@
 
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
+#include "foundation/fs/OrvaneHandle.h"
 #include "foundation/text/Charset.h"
 
 namespace {
@@ -43,11 +44,11 @@ bool ClsFileAccess::ReadBlockBd(int blockIndex, int blockSize, ClsBinData& bd) {
 }
 
 int ClsFileAccess::countBlocks(int blockSize) {
-    if (const char* err = blockGeometryError(blockSize, m_handle)) {
+    if (const char* err = blockGeometryError(blockSize, *m_handle)) {
         m_log.LogError(err);
         return -1;
     }
-    const long long size = m_handle.fileSize64(&m_log);
+    const long long size = m_handle->fileSize64(&m_log);
     if (size < 0) {
         m_log.LogError("Unable to get file size.");
         return -1;
@@ -68,11 +69,11 @@ bool ClsFileAccess::readBlockDb(int blockIndex, int blockSize, DataBuffer& out, 
         log.LogError("blockIndex cannot be negative.");
         return false;
     }
-    if (const char* err = blockGeometryError(blockSize, m_handle)) {
+    if (const char* err = blockGeometryError(blockSize, *m_handle)) {
         log.LogError(err);
         return false;
     }
-    const long long size = m_handle.fileSize64(&log);
+    const long long size = m_handle->fileSize64(&log);
     if (size < 0) {
         log.LogError("Unable to get file size.");
         return false;
@@ -86,7 +87,7 @@ bool ClsFileAccess::readBlockDb(int blockIndex, int blockSize, DataBuffer& out, 
     const uint64_t toRead64 = std::min<uint64_t>(usize - pos, static_cast<uint64_t>(blockSize));
     const uint32_t toRead = ov64::toUnsignedLong(static_cast<long long>(toRead64));
     const long long blockPos = static_cast<long long>(pos);
-    if (!m_handle.setFilePointerAbsolute(blockPos + toRead, &log)) {
+    if (!m_handle->setFilePointerAbsolute(blockPos + toRead, &log)) {
         log.LogError("Unable to set file pointer");
         log.LogDataInt64("pos64", blockPos);
         log.LogDataInt64("sz64", size);
@@ -98,7 +99,7 @@ bool ClsFileAccess::readBlockDb(int blockIndex, int blockSize, DataBuffer& out, 
     }
     unsigned numRead = 0;
     bool eof = m_endOfFile;
-    const bool ok = m_handle.preadBytes(out.getData2(), toRead, blockPos, numRead, eof, &log);
+    const bool ok = m_handle->preadBytes(out.getData2(), toRead, blockPos, numRead, eof, &log);
     m_endOfFile = eof;
     if (!ok) return false;
     if (numRead == toRead) {
@@ -106,7 +107,7 @@ bool ClsFileAccess::readBlockDb(int blockIndex, int blockSize, DataBuffer& out, 
         return true;
     }
     // The file shrank under us: the position belongs just past what was read.
-    m_handle.setFilePointerAbsolute(blockPos + numRead, nullptr);
+    m_handle->setFilePointerAbsolute(blockPos + numRead, nullptr);
     log.LogDataLong("blockIndex", blockIndex);
     log.LogDataLong("blockSize", blockSize);
     log.LogDataLong("szToRead32", static_cast<long>(toRead));

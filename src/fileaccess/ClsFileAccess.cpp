@@ -9,6 +9,7 @@
 ClsFileAccess::ClsFileAccess()
     : m_scanMarkers(std::make_unique<fragments::Markers>()),
       m_endOfFile(false),
+      m_handle(std::make_unique<OrvaneHandle>()),
       m_lockFileOnOpen(false),
       m_fileOpenError(0),
       m_fragmentScanOffset(0) {}

@@ -11,6 +11,8 @@
 // object's lock.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -23,16 +25,16 @@
 #include "foundation/base/ClsStringBuilder.h"
 #include "foundation/base/LogBase.h"
 #include "foundation/fs/ClsDateTime.h"
-#include "foundation/fs/OrvaneHandle.h"
 #include "foundation/text/DataBuffer.h"
 #include "foundation/text/StringBuffer.h"
 #include "foundation/text/XString.h"
 
+class OrvaneHandle;
 namespace fragments {
 class Markers;
 }
 
-class ClsFileAccess : public ClsBase {
+class FA_API ClsFileAccess : public ClsBase {
 public:
     ClsFileAccess();
     ~ClsFileAccess() override;
@@ -181,7 +183,9 @@ private:
     // thread sees either the old or the new value, never a torn one. Everything else is
     // guarded by the object's lock.
     std::atomic<bool> m_endOfFile;
-    OrvaneHandle m_handle;
+    // The current file's handle: always present, holding a file or none. Kept behind a
+    // pointer so that the file-system layer's handle stays out of the public headers.
+    std::unique_ptr<OrvaneHandle> m_handle;
     std::atomic<bool> m_lockFileOnOpen;
     std::atomic<int32_t> m_fileOpenError;
     XString m_fileOpenErrorMsg;

@@ -8,6 +8,7 @@
 #include "fileaccess/ClsFileAccess.h"
 #include "fileaccess/FragmentScan.h"
 #include "foundation/base/MethodFrame.h"
+#include "foundation/fs/OrvaneHandle.h"
 
 namespace {
 
@@ -26,8 +27,8 @@ int ClsFileAccess::readNextFragment(bool startAtBeginning, XString& beginMarker,
                                     XString& charset, ClsStringBuilder& sb) {
     if (!prepareFragmentScan(startAtBeginning, beginMarker, endMarker, charset)) return -1;
     const bool verbose = m_log.m_verboseLogging;
-    fragments::ReadChunk chunk(m_handle, m_scanChunk, m_log, !verbose);
-    fragments::FragmentScan scan(*m_scanMarkers, chunk, m_handle, m_scanFragment, m_log, verbose);
+    fragments::ReadChunk chunk(*m_handle, m_scanChunk, m_log, !verbose);
+    fragments::FragmentScan scan(*m_scanMarkers, chunk, *m_handle, m_scanFragment, m_log, verbose);
     const int result = scan.next(m_fragmentScanOffset, m_endOfFile);
     if (result == 1) m_scanMarkers->decodeAppend(scan.recordData(), scan.recordSize(), sb.m_str);
     releaseLargeFragment();
@@ -41,10 +42,10 @@ int ClsFileAccess::ScanFragments(bool startAtBeginning, int maxCount, XString& b
     if (!prepareFragmentScan(startAtBeginning, beginMarker, endMarker, charset)) return -1;
     const bool verbose = m_log.m_verboseLogging;
     // With verbose logging each record is read as a single call reads it, with its lines.
-    fragments::WindowChunk window(m_handle, m_log);
-    fragments::ReadChunk reads(m_handle, m_scanChunk, m_log, false);
+    fragments::WindowChunk window(*m_handle, m_log);
+    fragments::ReadChunk reads(*m_handle, m_scanChunk, m_log, false);
     fragments::Chunk& chunk = verbose ? static_cast<fragments::Chunk&>(reads) : window;
-    fragments::FragmentScan scan(*m_scanMarkers, chunk, m_handle, m_scanFragment, m_log, verbose);
+    fragments::FragmentScan scan(*m_scanMarkers, chunk, *m_handle, m_scanFragment, m_log, verbose);
     XString text;
     int count = 0, result = 0;
     while (maxCount <= 0 || count < maxCount) {
@@ -108,7 +109,7 @@ bool ClsFileAccess::prepareFragmentScan(bool startAtBeginning, XString& beginMar
 }
 
 bool ClsFileAccess::placeAtScanOffset() {
-    if (m_handle.setFilePointerAbsolute(m_fragmentScanOffset, &m_log)) return true;
+    if (m_handle->setFilePointerAbsolute(m_fragmentScanOffset, &m_log)) return true;
     m_log.LogError("Unable to set file pointer to scanning start point.");
     m_log.LogDataInt64("position", m_fragmentScanOffset);
     return false;

@@ -5,6 +5,7 @@
 #include "fileaccess/OpenErrorText.h"
 #include "foundation/base/MethodFrame.h"
 #include "foundation/fs/FileSys.h"
+#include "foundation/fs/OrvaneHandle.h"
 
 namespace {
 
@@ -90,13 +91,13 @@ bool ClsFileAccess::openCurrentFile(LayerOpen open, XString& path) {
     int code = 0;
     std::unique_ptr<OrvaneHandle> opened(open(path, m_lockFileOnOpen, false, code, &m_log));
     m_fileOpenError = code;
-    if (opened) m_handle.takeHandle(*opened);
+    if (opened) m_handle->takeHandle(*opened);
     setLastFileOpenErrorStr();
     return opened != nullptr;
 }
 
 void ClsFileAccess::closeCurrentFile() {
-    m_handle.closeHandle();
+    m_handle->closeHandle();
     m_endOfFile = false;
 }
 

@@ -9,6 +9,7 @@
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
 #include "foundation/fs/FileSys.h"
+#include "foundation/fs/OrvaneHandle.h"
 #include "foundation/text/Charset.h"
 
 namespace {
@@ -73,7 +74,7 @@ bool ClsFileAccess::fileReadDb(unsigned count, DataBuffer& out, LogBase& log) {
     }
     unsigned numRead = 0;
     bool eof = m_endOfFile;
-    const bool ok = m_handle.readBytesToBuf32(out.getData2() + prior, count, numRead, eof, &log);
+    const bool ok = m_handle->readBytesToBuf32(out.getData2() + prior, count, numRead, eof, &log);
     m_endOfFile = eof;
     if (ok) out.setDataSize_CAUTION(prior + numRead);
     return ok;
@@ -105,11 +106,11 @@ bool ClsFileAccess::fileWriteSb(const StringBuffer& text) {
 }
 
 bool ClsFileAccess::writeToCurrent(const void* bytes, unsigned n) {
-    if (!m_handle.isHandleOpen()) {
+    if (!m_handle->isHandleOpen()) {
         m_log.LogError("File not open");
         return false;
     }
-    return FileSys::writeToOpenFile(m_handle, static_cast<const char*>(bytes), n, &m_log);
+    return FileSys::writeToOpenFile(*m_handle, static_cast<const char*>(bytes), n, &m_log);
 }
 
 // A slice of data, written from the data's own storage. Negative arguments count as 0, and
@@ -181,16 +182,16 @@ bool ClsFileAccess::Truncate() {
 // the start. A seek never touches the end-of-file flag.
 bool ClsFileAccess::seekCurrent(int offset, int origin) {
     const long long delta = offset;
-    if (origin == 1) return m_handle.setFilePointerRelative(delta, &m_log, false);
-    if (origin == 2) return m_handle.setFilePointerRelative(delta, &m_log, true);
-    return m_handle.setFilePointerAbsolute(delta, &m_log);
+    if (origin == 1) return m_handle->setFilePointerRelative(delta, &m_log, false);
+    if (origin == 2) return m_handle->setFilePointerRelative(delta, &m_log, true);
+    return m_handle->setFilePointerAbsolute(delta, &m_log);
 }
 
 // Cuts the file at the current position: the bytes from there to the end are removed.
 bool ClsFileAccess::truncateAtPosition() {
-    if (!m_handle.isHandleOpen()) {
+    if (!m_handle->isHandleOpen()) {
         m_log.LogError("File not open");
         return false;
     }
-    return m_handle.truncate(m_handle.ftell64(nullptr), &m_log);
+    return m_handle->truncate(m_handle->ftell64(nullptr), &m_log);
 }
