@@ -79,7 +79,8 @@ TEST_F(SplitJoinTest, PartNamesAndRoundTrips) {
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(&c - cases) + ": '" + c.prefix + "' '" + c.ext + "'");
         const std::string in = writeFile("in", patternBytes(c.size)), out = path("out");
-        const std::string dest = makeDir("d" + std::to_string(&c - cases));
+        // Appended, not "d" + ...: GCC 12 at -O3 warns falsely (-Wrestrict) about the latter.
+        const std::string dest = makeDir(std::string("d").append(std::to_string(&c - cases)));
         SysCallOverride ov;
         if (c.limit) ov.limitTransfers(c.limit);
         ASSERT_CALL_OK(fa, split(in, c.prefix, c.ext, c.partSize, dest));
