@@ -1,9 +1,11 @@
 // The strings read from a Windows shortcut (.lnk) file.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include "foundation/text/XString.h"
 
-struct _ovShortcutInfo {
+struct FA_API _ovShortcutInfo {
     XString name;
     XString relativePath;
     XString workingDir;

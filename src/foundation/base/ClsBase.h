@@ -1,11 +1,13 @@
 // The base of every library object: its lock, its last-error log and its verbose flag.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include "foundation/base/CritSec.h"
 #include "foundation/base/LogBase.h"
 #include "foundation/text/XString.h"
 
-class ClsBase : public RefCountedObject {
+class FA_API ClsBase : public RefCountedObject {
 public:
     ClsBase() = default;
     ~ClsBase() override = default;

@@ -1,10 +1,12 @@
 // A library object holding bytes.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include "foundation/base/ClsBase.h"
 #include "foundation/text/DataBuffer.h"
 
-class ClsBinData : public ClsBase {
+class FA_API ClsBinData : public ClsBase {
 public:
     ClsBinData() = default;
     static ClsBinData* createNewCls();

@@ -1,10 +1,12 @@
 // A library object holding text.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include "foundation/base/ClsBase.h"
 #include "foundation/text/XString.h"
 
-class ClsStringBuilder : public ClsBase {
+class FA_API ClsStringBuilder : public ClsBase {
 public:
     ClsStringBuilder() = default;
     static ClsStringBuilder* createNewCls();

@@ -1,9 +1,11 @@
 // The lock every library object carries, and its scoped holder.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <mutex>
 
-class OrvaneCritSec {
+class FA_API OrvaneCritSec {
 public:
     OrvaneCritSec() = default;
     OrvaneCritSec(const OrvaneCritSec&) = delete;
@@ -18,7 +20,7 @@ private:
 };
 
 // Holds the critical section from construction to destruction. A null pointer holds nothing.
-class CritSecExitor {
+class FA_API CritSecExitor {
 public:
     explicit CritSecExitor(OrvaneCritSec* cs) : m_cs(cs) {
         if (m_cs) m_cs->enterCriticalSection();
@@ -34,7 +36,7 @@ private:
 };
 
 // The root of every library object: its critical section and a reference count.
-class RefCountedObject : public OrvaneCritSec {
+class FA_API RefCountedObject : public OrvaneCritSec {
 public:
     virtual ~RefCountedObject() = default;
     void incRefCount() { ++m_refCount; }

@@ -7,6 +7,8 @@
 // log, and any code may make one of its own to collect an operation's account.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -16,14 +18,14 @@ class StringBuffer;
 
 enum class LogKind { Context, Error, Info, Data };
 
-struct LogEntry {
+struct FA_API LogEntry {
     LogKind kind;
     int depth;         // number of contexts open when the entry was written
     std::string name;  // context name, or the name of a named value; empty otherwise
     std::string text;  // message of an error/info line, or the value of a named value
 };
 
-class LogBase {
+class FA_API LogBase {
 public:
     LogBase() = default;
     LogBase(const LogBase&) = delete;
@@ -50,7 +52,7 @@ public:
     void MemoryAllocFailed(int tag, unsigned size);
 };
 
-class _ovLogger : public LogBase {
+class FA_API _ovLogger : public LogBase {
 public:
     _ovLogger() = default;
 

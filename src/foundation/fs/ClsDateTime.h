@@ -1,12 +1,14 @@
 // The library's date-time object. Always holds a UTC instant.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <cstdint>
 
 #include "foundation/base/ClsBase.h"
 #include "foundation/fs/FileTime.h"
 
-class ClsDateTime : public ClsBase {
+class FA_API ClsDateTime : public ClsBase {
 public:
     ClsDateTime() = default;
     // A new object holding the Unix epoch, or null when none can be made.

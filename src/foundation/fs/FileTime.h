@@ -1,13 +1,15 @@
 // Time stamps as the file-system layer hands them over.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <cstdint>
 
 class LogBase;
 class OrvaneSysTime;
 
 // An instant: seconds since the Unix epoch plus nanoseconds, in UTC.
-class OrvaneFileTime {
+class FA_API OrvaneFileTime {
 public:
     OrvaneFileTime() = default;
     OrvaneFileTime(int64_t seconds, uint32_t nanoseconds) : m_sec(seconds), m_nsec(nanoseconds) {}
@@ -26,7 +28,7 @@ private:
 };
 
 // A broken-down calendar time in UTC, keeping sub-second precision.
-class OrvaneSysTime {
+class FA_API OrvaneSysTime {
 public:
     OrvaneSysTime() = default;
     ~OrvaneSysTime() = default;

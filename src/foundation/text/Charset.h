@@ -1,12 +1,14 @@
 // Charset descriptors and the small free helpers the component relies on.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <cstdint>
 #include <string>
 
 // Names one charset by its code page number. Names and numbers are those the platform's
 // iconv knows, plus the Windows names and numbers listed in `setByName`.
-class _ovCharset {
+class FA_API _ovCharset {
 public:
     _ovCharset();  // UTF-8 (65001)
     ~_ovCharset() = default;
@@ -44,14 +46,14 @@ constexpr int Utf8 = 65001;
 
 namespace Psdk {
 // The ANSI code page of this platform: 1252.
-int getAnsiCodePage();
+FA_API int getAnsiCodePage();
 }  // namespace Psdk
 
 namespace ov64 {
 // The low 32 bits of a value, as unsigned.
-uint32_t toUnsignedLong(long long v);
+FA_API uint32_t toUnsignedLong(long long v);
 }  // namespace ov64
 
 // Arrays for array delete, or null when the memory cannot be had. Never throw.
-char* ovNewChar(unsigned n);
-unsigned char* ovNewUnsignedChar(unsigned n);
+FA_API char* ovNewChar(unsigned n);
+FA_API unsigned char* ovNewUnsignedChar(unsigned n);

@@ -6,12 +6,14 @@
 // Large storage is allocated so that its pages fault in cheaply (see DataBuffer.cpp).
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <cstdint>
 
 class LogBase;
 class StringBuffer;
 
-class DataBuffer {
+class FA_API DataBuffer {
   public:
     DataBuffer() = default;
     DataBuffer(const DataBuffer& other);

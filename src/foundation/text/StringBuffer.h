@@ -1,12 +1,14 @@
 // An 8-bit byte string, always NUL-terminated: UTF-8 text, names, encoded text.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <string>
 #include <string_view>
 
 class DataBuffer;
 
-class StringBuffer {
+class FA_API StringBuffer {
 public:
     StringBuffer() = default;
     explicit StringBuffer(const char* s) { append(s); }

@@ -5,6 +5,8 @@
 // stays valid until the string is next changed.
 #pragma once
 
+#include "foundation/base/Api.h"
+
 #include <string_view>
 
 #include "foundation/text/Charset.h"
@@ -13,7 +15,7 @@
 
 class LogBase;
 
-class XString {
+class FA_API XString {
 public:
     XString() = default;
     explicit XString(const char* utf8) { setFromUtf8(utf8); }
