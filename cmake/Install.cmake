@@ -1,10 +1,13 @@
-# Installation: the library, its headers, the command-line program, a CMake package config
-# (find_package(fileaccess) gives the target fileaccess::fileaccess) and a pkg-config file.
+# Installation: the library, its public headers, the command-line program and its manual page,
+# a CMake package config (find_package(fileaccess) gives the target fileaccess::fileaccess) and
+# a pkg-config file.
 #
 #   cmake --install <build dir> [--prefix <dir>]
 #
-# Headers keep their layout below src/, under include/fileaccess-<version>/, so that a program
-# includes "fileaccess/ClsFileAccess.h" exactly as inside this tree.
+# Only the public headers are installed: ClsFileAccess.h and the headers of the types it names.
+# They all go under include/fileaccess-<version>/fileaccess/, so a program includes
+# "fileaccess/ClsFileAccess.h" exactly as inside this tree; their includes of the foundation
+# layers are rewritten to point below fileaccess/ as well.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -12,16 +15,43 @@ set(FA_INSTALL_INCLUDEDIR include/fileaccess-${PROJECT_VERSION})
 set(FA_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/fileaccess)
 set(FA_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The public headers need C++20; a consumer gets that requirement with the target.
-target_compile_features(fileaccess PUBLIC cxx_std_20)
+set(FA_PUBLIC_HEADERS
+  fileaccess/ClsFileAccess.h
+  fileaccess/ShortcutInfo.h
+  foundation/base/Api.h
+  foundation/base/ClsBase.h
+  foundation/base/ClsBinData.h
+  foundation/base/ClsStringBuilder.h
+  foundation/base/CritSec.h
+  foundation/base/LogBase.h
+  foundation/fs/ClsDateTime.h
+  foundation/fs/FileTime.h
+  foundation/text/Charset.h
+  foundation/text/DataBuffer.h
+  foundation/text/StringBuffer.h
+  foundation/text/XString.h)
+
+foreach(header ${FA_PUBLIC_HEADERS})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${header})
+  file(READ ${PROJECT_SOURCE_DIR}/src/${header} text)
+  string(REPLACE "#include \"foundation/" "#include \"fileaccess/foundation/" text "${text}")
+  string(REGEX REPLACE "^fileaccess/" "" below ${header})
+  set(staged ${PROJECT_BINARY_DIR}/public-headers/fileaccess/${below})
+  set(old "")
+  if(EXISTS ${staged})
+    file(READ ${staged} old)
+  endif()
+  if(NOT old STREQUAL text)
+    file(WRITE ${staged} "${text}")
+  endif()
+  get_filename_component(subdir ${below} DIRECTORY)
+  install(FILES ${staged} DESTINATION ${FA_INSTALL_INCLUDEDIR}/fileaccess/${subdir})
+endforeach()
 
 install(TARGETS fileaccess EXPORT fileaccessTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(header ${FA_HEADERS})
-  get_filename_component(subdir ${header} DIRECTORY)
-  install(FILES ${PROJECT_SOURCE_DIR}/src/${header} DESTINATION ${FA_INSTALL_INCLUDEDIR}/${subdir})
-endforeach()
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 if(TARGET fatool)
   install(TARGETS fatool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

@@ -7,45 +7,137 @@ function(run what)
   set(last_output "${out}" PARENT_SCOPE)
 endfunction()
 
-set(prefix ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR})
+separate_arguments(extra UNIX_COMMAND "${EXTRA_FLAGS}")
 
-run("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
-file(GLOB_RECURSE header ${prefix}/include/*/fileaccess/ClsFileAccess.h)
-if(NOT header)
-  message(FATAL_ERROR "ClsFileAccess.h is not under ${prefix}/include/fileaccess-<version>/")
-endif()
+# Only the public headers, all of them below fileaccess/.
+function(check_headers prefix)
+  file(GLOB_RECURSE headers RELATIVE ${prefix}/include ${prefix}/include/*)
+  list(LENGTH headers count)
+  if(count LESS 1)
+    message(FATAL_ERROR "no headers installed under ${prefix}/include")
+  endif()
+  foreach(h ${headers})
+    if(NOT h MATCHES "^fileaccess-${VERSION}/fileaccess/")
+      message(FATAL_ERROR "installed outside fileaccess-${VERSION}/fileaccess/: ${h}")
+    endif()
+    if(h MATCHES "(FsInternal|SysCalls|OrvaneHandle|FileSys|MethodFrame|FileId)\\.h$")
+      message(FATAL_ERROR "an internal header is installed: ${h}")
+    endif()
+  endforeach()
+  message(STATUS "${count} public headers installed")
+endfunction()
 
-# The outside project through find_package.
-run("configuring the consumer" ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/cmake-build
-    -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX}
-    -DCMAKE_CXX_FLAGS=${EXTRA_FLAGS} -DCMAKE_BUILD_TYPE=Release)
-run("building the consumer" ${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-build)
-run("running the consumer" ${WORK_DIR}/cmake-build/consumer ${WORK_DIR}/cmake-run)
-message(STATUS "find_package consumer: ${last_output}")
+# A shared library carries its major version in its SONAME and exports the public classes only:
+# every symbol it defines belongs to one of them (or is an instantiation of the standard
+# library's templates).
+function(check_shared prefix)
+  file(GLOB_RECURSE so ${prefix}/*/libfileaccess.so.${VERSION})
+  string(REGEX MATCH "^[0-9]+" major ${VERSION})
+  file(GLOB_RECURSE soname ${prefix}/*/libfileaccess.so.${major})
+  if(NOT so OR NOT soname)
+    message(FATAL_ERROR "libfileaccess.so.${VERSION} and its soname link .so.${major} are not installed")
+  endif()
+  if(NOT NM)
+    return()
+  endif()
+  run("listing the exported symbols" ${NM} -DC --defined-only ${so})
+  string(REPLACE "\n" ";" lines "${last_output}")
+  set(public "ClsFileAccess|ClsBase|ClsBinData|ClsStringBuilder|ClsDateTime|XString|StringBuffer|DataBuffer|LogBase|_ovLogger|_ovCharset|OrvaneSysTime|OrvaneFileTime|OrvaneCritSec|RefCountedObject|Psdk|ov64|ovNewChar|ovNewUnsignedChar")
+  set(count 0)
+  foreach(line ${lines})
+    string(REGEX REPLACE "^[0-9a-f]+ [A-Za-z] " "" name "${line}")
+    string(REGEX REPLACE "^(typeinfo name for|typeinfo for|vtable for|non-virtual thunk to) " "" name "${name}")
+    if(name MATCHES "^std::" OR name MATCHES "^(${public})(::|\\(|$)")
+      math(EXPR count "${count} + 1")
+    else()
+      message(FATAL_ERROR "exported but not public: ${line}")
+    endif()
+  endforeach()
+  message(STATUS "${count} symbols exported, all public")
+endfunction()
 
-# The same program through pkg-config.
-if(PKG_CONFIG)
+# The outside project through find_package, then the same program through pkg-config.
+function(consume prefix shared tag)
+  set(build ${WORK_DIR}/consumer-${tag})
+  run("configuring the ${tag} consumer" ${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${build}
+      -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX}
+      -DCMAKE_CXX_FLAGS=${EXTRA_FLAGS} -DCMAKE_BUILD_TYPE=Release)
+  run("building the ${tag} consumer" ${CMAKE_COMMAND} --build ${build})
+  run("running the ${tag} consumer" ${build}/consumer ${WORK_DIR}/run-${tag})
+  message(STATUS "find_package, ${tag}: ${last_output}")
+  if(NOT PKG_CONFIG)
+    message(STATUS "pkg-config not found: that half is not run")
+    return()
+  endif()
   file(GLOB_RECURSE pc ${prefix}/*/fileaccess.pc)
   if(NOT pc)
     message(FATAL_ERROR "fileaccess.pc was not installed")
   endif()
   get_filename_component(pcdir ${pc} DIRECTORY)
   set(ENV{PKG_CONFIG_PATH} ${pcdir})
-  run("pkg-config" ${PKG_CONFIG} --cflags --libs fileaccess)
+  set(static "")
+  if(NOT shared)
+    set(static --static)
+  endif()
+  run("pkg-config" ${PKG_CONFIG} ${static} --cflags --libs fileaccess)
   string(STRIP "${last_output}" flags)
   separate_arguments(flags UNIX_COMMAND "${flags}")
-  separate_arguments(extra UNIX_COMMAND "${EXTRA_FLAGS}")
-  run("compiling with pkg-config's flags" ${CXX} -std=c++20 ${extra} ${CONSUMER_DIR}/main.cpp
-      -o ${WORK_DIR}/consumer-pc ${flags})
-  run("running the pkg-config consumer" ${WORK_DIR}/consumer-pc ${WORK_DIR}/pc-run)
-  message(STATUS "pkg-config consumer: ${last_output}")
-else()
-  message(STATUS "pkg-config not found: that half is not run")
-endif()
+  run("compiling with pkg-config's flags, ${tag}" ${CXX} -std=c++17 ${extra}
+      ${CONSUMER_DIR}/main.cpp -o ${WORK_DIR}/consumer-pc-${tag} ${flags})
+  # The shared library is found where pkg-config said it is.
+  string(REGEX MATCH "-L([^;]+)" libdir "${flags}")
+  run("running the pkg-config consumer, ${tag}" ${CMAKE_COMMAND} -E env
+      LD_LIBRARY_PATH=${CMAKE_MATCH_1} ${WORK_DIR}/consumer-pc-${tag} ${WORK_DIR}/pc-run-${tag})
+  message(STATUS "pkg-config, ${tag}: ${last_output}")
+endfunction()
 
-# The program is installed beside the library when it was built.
+# This build, as it is.
+set(this_prefix ${WORK_DIR}/prefix-this)
+run("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${this_prefix})
+
+# The library built the other way, alone.
+if(SHARED)
+  set(other_shared OFF)
+else()
+  set(other_shared ON)
+endif()
+set(other_prefix ${WORK_DIR}/prefix-other)
+run("configuring the library with BUILD_SHARED_LIBS=${other_shared}" ${CMAKE_COMMAND}
+    -S ${SOURCE_DIR} -B ${WORK_DIR}/other-build -G ${GENERATOR} -DCMAKE_CXX_COMPILER=${CXX}
+    -DCMAKE_BUILD_TYPE=${BUILD_TYPE} -DBUILD_SHARED_LIBS=${other_shared} -DFA_SANITIZE=${SANITIZE}
+    -DFA_BUILD_TESTS=OFF -DFA_BUILD_TOOLS=OFF)
+run("building the library with BUILD_SHARED_LIBS=${other_shared}" ${CMAKE_COMMAND} --build
+    ${WORK_DIR}/other-build --parallel 2)
+run("installing it" ${CMAKE_COMMAND} --install ${WORK_DIR}/other-build --prefix ${other_prefix})
+
+foreach(kind this other)
+  if(kind STREQUAL "this")
+    set(shared ${SHARED})
+  else()
+    set(shared ${other_shared})
+  endif()
+  if(shared)
+    set(tag shared)
+  else()
+    set(tag static)
+  endif()
+  check_headers(${${kind}_prefix})
+  if(shared)
+    check_shared(${${kind}_prefix})
+  endif()
+  consume(${${kind}_prefix} ${shared} ${tag})
+endforeach()
+
+# The program is installed beside the library when it was built, with its manual page when
+# there is one.
 if(EXISTS ${BUILD_DIR}/tools/fatool)
-  run("installed fatool" ${prefix}/bin/fatool --version)
+  run("installed fatool" ${this_prefix}/bin/fatool --version)
+  if(NOT last_output STREQUAL "fatool ${VERSION}\n")
+    message(FATAL_ERROR "fatool --version says '${last_output}', not fatool ${VERSION}")
+  endif()
+  if(EXISTS ${BUILD_DIR}/tools/fatool.1 AND NOT EXISTS ${this_prefix}/share/man/man1/fatool.1)
+    message(FATAL_ERROR "fatool.1 was made but not installed")
+  endif()
 endif()
