@@ -15,22 +15,6 @@ set(FA_INSTALL_INCLUDEDIR include/fileaccess-${PROJECT_VERSION})
 set(FA_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/fileaccess)
 set(FA_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-set(FA_PUBLIC_HEADERS
-  fileaccess/ClsFileAccess.h
-  fileaccess/ShortcutInfo.h
-  foundation/base/Api.h
-  foundation/base/ClsBase.h
-  foundation/base/ClsBinData.h
-  foundation/base/ClsStringBuilder.h
-  foundation/base/CritSec.h
-  foundation/base/LogBase.h
-  foundation/fs/ClsDateTime.h
-  foundation/fs/FileTime.h
-  foundation/text/Charset.h
-  foundation/text/DataBuffer.h
-  foundation/text/StringBuffer.h
-  foundation/text/XString.h)
-
 foreach(header ${FA_PUBLIC_HEADERS})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${header})
   file(READ ${PROJECT_SOURCE_DIR}/src/${header} text)
