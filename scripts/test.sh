@@ -30,7 +30,7 @@ step() {
     printf '\n==== %s\n' "$*"
 }
 end_stage() {
-    [ -n "$stage_name" ] && times+=$(printf '  %-55s %4ds' "$stage_name" $(($(date +%s) - stage_start)))$'\n'
+    [ -n "$stage_name" ] && times+=$(printf '  %-70s %4ds' "$stage_name" $(($(date +%s) - stage_start)))$'\n'
     stage_name=""
 }
 
