@@ -28,5 +28,6 @@ add_test(NAME package_consumer
            -DEXTRA_FLAGS=${FA_CONSUMER_FLAGS}
            -DPKG_CONFIG=${FA_PKG_CONFIG}
            -DNM=${FA_NM}
+           -DAPPLE_HOST=${APPLE}
            -P ${CMAKE_CURRENT_LIST_DIR}/run_package_test.cmake)
 set_tests_properties(package_consumer PROPERTIES TIMEOUT 900 SKIP_RETURN_CODE 77)

@@ -34,11 +34,20 @@ endfunction()
 # every symbol it defines belongs to one of them (or is an instantiation of the standard
 # library's templates).
 function(check_shared prefix)
-  file(GLOB_RECURSE so ${prefix}/*/libfileaccess.so.${VERSION})
   string(REGEX MATCH "^[0-9]+" major ${VERSION})
-  file(GLOB_RECURSE soname ${prefix}/*/libfileaccess.so.${major})
+  if(APPLE_HOST)
+    set(lib_file libfileaccess.${VERSION}.dylib)
+    set(link libfileaccess.${major}.dylib)
+    set(list_exports -gU)  # Mach-O names carry one more leading underscore
+  else()
+    set(lib_file libfileaccess.so.${VERSION})
+    set(link libfileaccess.so.${major})
+    set(list_exports -D --defined-only)
+  endif()
+  file(GLOB_RECURSE so ${prefix}/*/${lib_file})
+  file(GLOB_RECURSE soname ${prefix}/*/${link})
   if(NOT so OR NOT soname)
-    message(FATAL_ERROR "libfileaccess.so.${VERSION} and its soname link .so.${major} are not installed")
+    message(FATAL_ERROR "${lib_file} and its soname link ${link} are not installed")
   endif()
   if(NOT NM)
     return()
@@ -46,7 +55,7 @@ function(check_shared prefix)
   # Judged by mangled name, where the outermost scope stands in one place: after the special
   # prefixes (vtable, typeinfo, thunk, guard, local entity) and the nesting and const marks
   # comes either the standard library ("St", "9__gnu_cxx") or "<length><name>".
-  run("listing the exported symbols" ${NM} -D --defined-only ${so})
+  run("listing the exported symbols" ${NM} ${list_exports} ${so})
   string(REPLACE "\n" ";" lines "${last_output}")
   set(public ClsFileAccess ClsBase ClsBinData ClsStringBuilder ClsDateTime XString StringBuffer
       DataBuffer LogBase _ovLogger _ovCharset OrvaneSysTime OrvaneFileTime OrvaneCritSec
@@ -54,6 +63,9 @@ function(check_shared prefix)
   set(count 0)
   foreach(line ${lines})
     string(REGEX REPLACE "^[0-9a-f]+ [A-Za-z] " "" symbol "${line}")
+    if(APPLE_HOST)
+      string(REGEX REPLACE "^_" "" symbol "${symbol}")
+    endif()
     string(REGEX REPLACE "^_Z(T[VIS]|Th[n0-9]+_|Tv[n0-9_]+_|GV)?Z?N?[KVr]*" "" scope "${symbol}")
     set(name "")
     if(scope MATCHES "^([0-9]+)")
@@ -102,7 +114,7 @@ function(consume prefix shared tag)
   # The shared library is found where pkg-config said it is.
   string(REGEX MATCH "-L([^;]+)" libdir "${flags}")
   run("running the pkg-config consumer, ${tag}" ${CMAKE_COMMAND} -E env
-      LD_LIBRARY_PATH=${CMAKE_MATCH_1} ${WORK_DIR}/consumer-pc-${tag} ${WORK_DIR}/pc-run-${tag})
+      LD_LIBRARY_PATH=${CMAKE_MATCH_1} DYLD_LIBRARY_PATH=${CMAKE_MATCH_1} ${WORK_DIR}/consumer-pc-${tag} ${WORK_DIR}/pc-run-${tag})
   message(STATUS "pkg-config, ${tag}: ${last_output}")
 endfunction()
 
