@@ -3,12 +3,10 @@
 // Both turn bytes into text through the buffer layer's binary-to-text encoder.
 #include <cstdint>
 #include <cstring>
-#include <memory>
-#include <new>
 
+#include "fileaccess/BlockReader.h"
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
-#include "foundation/fs/DataSource.h"
 #include "foundation/text/Encodings.h"
 
 namespace {
@@ -53,37 +51,30 @@ constexpr int kEncodeAllocTag = 1095;
 // once from the file's size: the output is the only allocation that grows with the file.
 // Only the read decides the result: an encoding the encoder does not know, or text too long
 // for it, leaves the output empty, as one encoding of the whole would.
-bool readBinaryToEncoded(const XString& path, const XString& name, XString& out,
-                         LogBase& log) {
+bool readBinaryToEncoded(const XString& path, const XString& name, XString& out, LogBase& log) {
     out.clear();
-    _ovFileDataSource src;
-    if (!src.openDataSourceFile(path, log)) return false;
-    std::unique_ptr<unsigned char[]> block(new (std::nothrow) unsigned char[kEncodeBlock]);
-    if (!block) {
-        log.MemoryAllocFailed(kEncodeAllocTag, kEncodeBlock);
-        return false;
-    }
+    BlockReader reader(kEncodeBlock);
+    if (!reader.open(path, kEncodeAllocTag, log)) return false;
+    const unsigned char* block = reader.block();
     BlockEncoder encoder;
     bool encoding = encoder.select(name.getUtf8());
     StringBuffer& text = out.getUtf8Sb_rw();
-    if (encoding) encoder.reserve(text, static_cast<uint64_t>(src.getFileSize64(nullptr)));
+    if (encoding) encoder.reserve(text, static_cast<uint64_t>(reader.fileSize()));
     long long total = 0;
     for (bool last = false; !last;) {
         unsigned got = 0;
-        if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kEncodeBlock, got, nullptr,
-                              log)) {
+        if (!reader.next(got, last, log)) {
             out.clear();
             return false;
         }
         total += got;
-        last = got < kEncodeBlock;
         // The text is taken as C text: bytes given as they are end at the first NUL.
         unsigned take = got;
         if (encoding && encoder.keepsBytes()) {
-            const auto* nul = static_cast<const unsigned char*>(std::memchr(block.get(), 0, got));
-            if (nul) take = static_cast<unsigned>(nul - block.get());
+            const auto* nul = static_cast<const unsigned char*>(std::memchr(block, 0, got));
+            if (nul) take = static_cast<unsigned>(nul - block);
         }
-        if (encoding && !encoder.append(block.get(), take, last || take < got, text)) {
+        if (encoding && !encoder.append(block, take, last || take < got, text)) {
             encoding = false;
             out.clear();
         }

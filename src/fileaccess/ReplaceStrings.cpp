@@ -8,12 +8,10 @@
 // owner, group and mode.
 #include <cerrno>
 #include <climits>
-#include <memory>
-#include <new>
 
+#include "fileaccess/BlockReader.h"
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
-#include "foundation/fs/DataSource.h"
 #include "foundation/fs/FileSys.h"
 #include "foundation/text/Charset.h"
 #include "foundation/text/StreamReplace.h"
@@ -68,15 +66,12 @@ StreamReplacer replacerFor(const DataBuffer& find, const DataBuffer& repl) {
 
 // Reads on, from the first block already read, until an occurrence turns up or the file ends.
 // False on a read error.
-bool occurs(_ovFileDataSource& src, unsigned char* block, unsigned got, StreamReplacer& probe,
-            LogBase& log) {
+bool occurs(BlockReader& reader, unsigned got, bool last, StreamReplacer& probe, LogBase& log) {
     const StreamReplacer::Emit discard = [](const unsigned char*, size_t) { return true; };
     for (;;) {
-        const bool last = got < kBlock;
-        probe.feed(block, got, last, discard);
+        probe.feed(reader.block(), got, last, discard);
         if (probe.count() > 0 || last) return true;
-        if (!src.readSourcePM(reinterpret_cast<char*>(block), kBlock, got, nullptr, log))
-            return false;
+        if (!reader.next(got, last, log)) return false;
     }
 }
 
@@ -104,19 +99,14 @@ int rewrite(const XString& path, const DataBuffer& find, const DataBuffer& repl,
 int replaceStrings(const XString& path, const XString& charset, const XString& str1,
                    const XString& str2, FrameBase& f) {
     LogBase& log = f.log();
-    _ovFileDataSource src;
-    if (!src.openDataSourceFile(path, log)) return -1;
-    std::unique_ptr<unsigned char[]> block(new (std::nothrow) unsigned char[kBlock]);
-    if (!block) {
-        log.MemoryAllocFailed(kBlockAllocTag, kBlock);
-        return -1;
-    }
+    BlockReader reader(kBlock);
+    if (!reader.open(path, kBlockAllocTag, log)) return -1;
     unsigned got = 0;
-    if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kBlock, got, nullptr, log))
-        return -1;
+    bool last = false;
+    if (!reader.next(got, last, log)) return -1;
 
     _ovCharset cs;
-    chooseCharset(block.get(), got, charset, cs);
+    chooseCharset(reader.block(), got, charset, cs);
     DataBuffer find;
     DataBuffer repl;
     if (!convertStrings(str1, str2, cs, find, repl, log)) {
@@ -125,13 +115,13 @@ int replaceStrings(const XString& path, const XString& charset, const XString& s
         return -1;
     }
     StreamReplacer probe = replacerFor(find, repl);
-    if (!occurs(src, block.get(), got, probe, log)) return -1;
+    if (!occurs(reader, got, last, probe, log)) return -1;
     if (probe.count() == 0) {
         log.LogDataLong("n", 0);
         f.result(true);
         return 0;
     }
-    block.reset();
+    reader.releaseBlock();
     const int n = rewrite(path, find, repl, log);
     f.result(n >= 0);
     return n;

@@ -7,12 +7,10 @@
 // (the file-system layer writes a new file beside it and renames it over the old one), so a
 // failed write never leaves a half-written file behind.
 #include <cstring>
-#include <memory>
-#include <new>
 
+#include "fileaccess/BlockReader.h"
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
-#include "foundation/fs/DataSource.h"
 #include "foundation/fs/FileSys.h"
 #include "foundation/text/Charset.h"
 #include "foundation/text/Convert.h"
@@ -79,34 +77,28 @@ bool writeTextStep(const XString& path, const XString& text, const XString& char
 // read, and its answer does not change the result: text that cannot be decoded leaves out
 // empty, as one decoding of the whole would.
 bool readTextStep(const XString& path, const XString& charset, XString& out, LogBase& log) {
-    _ovFileDataSource src;
-    if (!src.openDataSourceFile(path, log)) return false;
-    std::unique_ptr<unsigned char[]> block(new (std::nothrow) unsigned char[kFileBlock]);
-    if (!block) {
-        log.MemoryAllocFailed(kTextReadAllocTag, kFileBlock);
-        return false;
-    }
+    BlockReader reader(kFileBlock);
+    if (!reader.open(path, kTextReadAllocTag, log)) return false;
+    const unsigned char* block = reader.block();
     _ovCharset cs;
     StreamConverter conv;
     bool decoding = cs.setByName(charset.getUtf8()) && conv.open(cs.getIconvName(), "UTF-8");
     std::string& text = out.getUtf8Sb_rw().str();
-    if (decoding) text.reserve(static_cast<size_t>(src.getFileSize64(nullptr)));
+    if (decoding) text.reserve(static_cast<size_t>(reader.fileSize()));
     DataBuffer piece;
     for (bool first = true, last = false; !last; first = false) {
         unsigned got = 0;
-        if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kFileBlock, got, nullptr,
-                              log)) {
+        if (!reader.next(got, last, log)) {
             out.clear();
             return false;
         }
-        last = got < kFileBlock;
         if (!decoding) continue;
         // A leading byte-order mark of the charset is not part of the text.
         unsigned skip = 0;
         const unsigned char* mark = first ? preambleOf(cs.getCodePage(), skip) : nullptr;
-        if (!mark || got < skip || std::memcmp(block.get(), mark, skip) != 0) skip = 0;
+        if (!mark || got < skip || std::memcmp(block, mark, skip) != 0) skip = 0;
         piece.clear();
-        decoding = conv.convert(block.get() + skip, got - skip, last, piece);
+        decoding = conv.convert(block + skip, got - skip, last, piece);
         if (decoding)
             text.append(reinterpret_cast<const char*>(piece.getData2()), piece.getSize());
         else

@@ -1,0 +1,24 @@
+#include "fileaccess/BlockReader.h"
+
+#include <new>
+
+bool BlockReader::open(const XString& path, int allocTag, LogBase& log) {
+    if (!m_src.openDataSourceFile(path, log)) return false;
+    m_block.reset(new (std::nothrow) unsigned char[m_blockSize]);
+    if (!m_block) {
+        log.MemoryAllocFailed(allocTag, m_blockSize);
+        return false;
+    }
+    return true;
+}
+
+bool BlockReader::next(unsigned& got, bool& last, LogBase& log) {
+    got = 0;
+    if (!m_src.readSourcePM(reinterpret_cast<char*>(m_block.get()), m_blockSize, got, nullptr,
+                            log)) {
+        got = 0;
+        return false;
+    }
+    last = got < m_blockSize;
+    return true;
+}
