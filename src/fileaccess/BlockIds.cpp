@@ -8,6 +8,7 @@
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/base/MethodFrame.h"
 #include "foundation/text/Encodings.h"
+#include "foundation/text/LargeBlocks.h"
 
 namespace {
 
@@ -47,26 +48,18 @@ constexpr unsigned kEncodeBlock = 15u << 14;
 // Tag identifying the block's reservation in a memory-failure log entry.
 constexpr int kEncodeAllocTag = 1095;
 
-// Reads the file block by block and encodes each block onto the output, which is reserved
-// once from the file's size: the output is the only allocation that grows with the file.
-// Only the read decides the result: an encoding the encoder does not know, or text too long
-// for it, leaves the output empty, as one encoding of the whole would.
-bool readBinaryToEncoded(const XString& path, const XString& name, XString& out, LogBase& log) {
-    out.clear();
-    BlockReader reader(kEncodeBlock);
-    if (!reader.open(path, kEncodeAllocTag, log)) return false;
+// Encodes the reader's blocks onto `text` while `encoding` holds; it is cleared for good at
+// the first NUL of an encoding that takes bytes as C text. False when a read fails; `spoiled`
+// when the encoder gave up (text too long for it).
+bool encodeBlocks(BlockReader& reader, BlockEncoder& encoder, bool encoding, StringBuffer& text,
+                  long long& total, bool& spoiled, LogBase& log) {
+    // The output's pages are made ready on a second thread, ahead of the encoder.
+    std::string& room = text.str();
+    PrefaultAhead warm(room.data() + room.size(), room.capacity() - room.size());
     const unsigned char* block = reader.block();
-    BlockEncoder encoder;
-    bool encoding = encoder.select(name.getUtf8());
-    StringBuffer& text = out.getUtf8Sb_rw();
-    if (encoding) encoder.reserve(text, static_cast<uint64_t>(reader.fileSize()));
-    long long total = 0;
     for (bool last = false; !last;) {
         unsigned got = 0;
-        if (!reader.next(got, last, log)) {
-            out.clear();
-            return false;
-        }
+        if (!reader.next(got, last, log)) return false;
         total += got;
         // The text is taken as C text: bytes given as they are end at the first NUL.
         unsigned take = got;
@@ -75,11 +68,31 @@ bool readBinaryToEncoded(const XString& path, const XString& name, XString& out,
             if (nul) take = static_cast<unsigned>(nul - block);
         }
         if (encoding && !encoder.append(block, take, last || take < got, text)) {
+            spoiled = true;
             encoding = false;
-            out.clear();
         }
         if (take < got) encoding = false;
     }
+    return true;
+}
+
+// Reads the file block by block and encodes each block onto the output, which is reserved
+// once from the file's size: the output is the only allocation that grows with the file.
+// Only the read decides the result: an encoding the encoder does not know, or text too long
+// for it, leaves the output empty, as one encoding of the whole would.
+bool readBinaryToEncoded(const XString& path, const XString& name, XString& out, LogBase& log) {
+    out.clear();
+    BlockReader reader(kEncodeBlock);
+    if (!reader.open(path, kEncodeAllocTag, log)) return false;
+    BlockEncoder encoder;
+    bool encoding = encoder.select(name.getUtf8());
+    StringBuffer& text = out.getUtf8Sb_rw();
+    if (encoding) encoder.reserve(text, static_cast<uint64_t>(reader.fileSize()));
+    long long total = 0;
+    bool spoiled = false;
+    bool read = encodeBlocks(reader, encoder, encoding, text, total, spoiled, log);
+    if (!read || spoiled) out.clear();
+    if (!read) return false;
     log.LogDataInt64("fileSize", total);
     return true;
 }

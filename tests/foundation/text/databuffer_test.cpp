@@ -1,12 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <tuple>
+#include <vector>
 
 #include "foundation/text/DataBuffer.h"
+#include "foundation/text/LargeBlocks.h"
 #include "foundation/text/StringBuffer.h"
 #include "support/TestSupport.h"
 
@@ -32,6 +36,27 @@ TEST(DataBufferStorage, LargeBlocksKeepTheirBytesAndSizesStopAt32Bits) {
     EXPECT_FALSE(other.ensureBuffer64(uint64_t{1} << 32) || other.ensureBuffer64(UINT64_MAX));
     ASSERT_TRUE(other.ensureBuffer(64u << 20));
     EXPECT_TRUE(bytesOf(other) == all) << other.getSize();
+}
+
+TEST(DataBufferStorage, PrefaultingAheadLeavesEveryByteAsWritten) {
+    // A block below the prefault's threshold and one above it: the bytes there before it
+    // starts and those written while it runs must all survive it.
+    for (size_t size : {size_t{7} << 20, size_t{96} << 20}) {
+        SCOPED_TRACE(size);
+        std::vector<unsigned char> block(size, 0xA5);
+        auto during = [](size_t at) { return static_cast<unsigned char>(at >> 12); };
+        {
+            PrefaultAhead warm(block.data() + 100, size - 100);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let it get ahead
+            for (size_t at = size / 2; at < size; at += 4096) block[at] = during(at);
+        }
+        size_t wrong = 0;
+        for (size_t at = 0; at < size; ++at) {
+            const bool written = at >= size / 2 && (at - size / 2) % 4096 == 0;
+            wrong += block[at] != (written ? during(at) : 0xA5);
+        }
+        EXPECT_EQ(wrong, 0u);
+    }
 }
 
 TEST(DataBufferParse, ReadsAtEveryBound) {
