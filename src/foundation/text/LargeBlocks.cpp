@@ -36,7 +36,7 @@ PrefaultAhead::PrefaultAhead(void* p, size_t n) {
     // A few MiB a step: small enough to stop soon, large enough to keep ahead of the writer.
     auto populate = [this, begin, end] {
         constexpr uintptr_t kStep = uintptr_t{4} << 20;
-        for (uintptr_t at = begin; at < end && !stop_.load(std::memory_order_relaxed);) {
+        for (uintptr_t at = begin; at < end && !m_stop.load(std::memory_order_relaxed);) {
             uintptr_t len = end - at < kStep ? end - at : kStep;
             // Fails on kernels before 5.14 and under emulators: then the writer faults alone.
             if (madvise(reinterpret_cast<void*>(at), len, MADV_POPULATE_WRITE) != 0) return;
@@ -44,7 +44,7 @@ PrefaultAhead::PrefaultAhead(void* p, size_t n) {
         }
     };
     try {
-        worker_ = std::thread(populate);
+        m_worker = std::thread(populate);
     } catch (...) {
         // No thread to be had: the writer faults its pages in itself.
     }
@@ -55,6 +55,6 @@ PrefaultAhead::PrefaultAhead(void* p, size_t n) {
 }
 
 PrefaultAhead::~PrefaultAhead() {
-    stop_.store(true, std::memory_order_relaxed);
-    if (worker_.joinable()) worker_.join();
+    m_stop.store(true, std::memory_order_relaxed);
+    if (m_worker.joinable()) m_worker.join();
 }

@@ -28,6 +28,6 @@ class PrefaultAhead {
     PrefaultAhead& operator=(const PrefaultAhead&) = delete;
 
   private:
-    std::atomic<bool> stop_{false};
-    std::thread worker_;
+    std::atomic<bool> m_stop{false};
+    std::thread m_worker;
 };
