@@ -25,11 +25,12 @@ constexpr unsigned short kCp1252High[32] = {
     0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
 
-char toCp1252(unsigned cp) {
-    if (cp < 0x80 || (cp >= 0xA0 && cp <= 0xFF)) return static_cast<char>(cp);
+// The windows-1252 byte of a code point; -1 when the code page has none.
+int toCp1252(unsigned cp) {
+    if (cp < 0x80 || (cp >= 0xA0 && cp <= 0xFF)) return static_cast<int>(cp);
     for (int i = 0; i < 32; ++i)
-        if (kCp1252High[i] == cp) return static_cast<char>(0x80 + i);
-    return '?';
+        if (kCp1252High[i] == cp) return 0x80 + i;
+    return -1;
 }
 
 // The code point of the UTF-8 sequence at s[i], advancing i; -1 (one byte consumed) for a
@@ -89,7 +90,12 @@ const char* XString::getAnsi() const {
     ansi.reserve(s.size());
     for (size_t i = 0; i < s.size();) {
         long cp = nextCodePoint(s, i);
-        ansi.push_back(cp < 0 ? '?' : toCp1252(static_cast<unsigned>(cp)));
+        int byte = cp < 0 ? -1 : toCp1252(static_cast<unsigned>(cp));
+        if (byte < 0) {  // the conversion fails as a whole: no substitute
+            ansi.clear();
+            break;
+        }
+        ansi.push_back(static_cast<char>(byte));
     }
     // Keep the earlier buffer when nothing changed, so pointers handed out stay valid.
     if (!m_ansiValid || m_ansi.str() != ansi) m_ansi.str() = std::move(ansi);

@@ -43,10 +43,10 @@ public:
     const char* getUtf8() const { return m_utf8.getString(); }
     /// The UTF-8 bytes, NUL characters included; valid until the string changes.
     std::string_view view() const { return m_utf8.view(); }
-    /// The text in the ANSI code page (windows-1252), NUL-terminated. This has no way to report
-    /// a failure, so unlike getConverted it does not fail: every character the code page cannot
-    /// hold, and every byte of the string that is not valid UTF-8, becomes one '?'. Valid until
-    /// the string changes. Takes no lock and, though const, writes a cache inside the object:
+    /// The text in the ANSI code page (windows-1252), NUL-terminated. The conversion fails as
+    /// getConverted's does, without substituting anything; having no other way to report it,
+    /// it then gives the empty string: when the text holds a character the code page cannot
+    /// hold, or a byte that is not valid UTF-8. Valid until the string changes. Takes no lock and, though const, writes a cache inside the object:
     /// it must not run while another thread uses the same object, even only to read it.
     const char* getAnsi() const;
     /// The UTF-8 bytes, read-only. The reference lives as long as the string and always shows

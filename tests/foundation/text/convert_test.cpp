@@ -74,16 +74,18 @@ TEST(Convert, AliasesAnswerTheirCodePage) {
     }
 }
 
-// The one conversion that cannot fail: what windows-1252 lacks, and bytes that are no UTF-8,
-// come out as one '?' each.
-TEST(Convert, AnsiTextMarksWhatItCannotHold) {
+// What windows-1252 holds converts; a character it lacks anywhere, or a byte that is no
+// UTF-8, fails the whole conversion, which gives the empty string.
+TEST(Convert, AnsiTextFailsWhereTheCodePageCannotHoldIt) {
     const std::pair<const char*, const char*> cases[] = {
-        {"caf\xC3\xA9 \xE2\x82\xAC", "caf\xE9 \x80"},
-        {"\xE6\x97\xA5\xE6\x9C\xAC x", "?? x"},
+        {"caf\xC3\xA9 \xE2\x82\xAC \xC5\xB8", "caf\xE9 \x80 \x9F"},
+        {"\xE6\x97\xA5\xE6\x9C\xAC x", ""},
+        {"x \xE6\x97\xA5", ""},
         {"a\xFF\xC3"
          "b",
-         "a??b"},
-        {"\xF0\x9F\x98\x80", "?"}};
+         ""},
+        {"\xF0\x9F\x98\x80", ""},
+        {"", ""}};
     for (const auto& [utf8, ansi] : cases) {
         SCOPED_TRACE(utf8);
         EXPECT_STREQ(XString(utf8).getAnsi(), ansi);
