@@ -63,7 +63,7 @@ class Markers;
 /// for the whole call; `fileType`, `readShortcut` and `parseableShortcut` touch nothing of the
 /// object and need no lock.
 class FA_API ClsFileAccess : public ClsBase {
-public:
+  public:
     /// An object with no current file. `get_EndOfFile` and `get_LockFileOnOpen` are false,
     /// `get_FileOpenError` 0, `get_FileOpenErrorMsg` empty and the record scan offset 0.
     ClsFileAccess();
@@ -132,8 +132,8 @@ public:
     /// current file, clears `get_EndOfFile` and resets the scan offset; it leaves
     /// `get_FileOpenError` 0 and `get_FileOpenErrorMsg` empty, and logs the error
     /// "Not implemented for Linux.".
-    bool FileOpen(XString& path, uint64_t accessMode, uint64_t shareMode, uint64_t createDisposition,
-                  uint64_t attributes);
+    bool FileOpen(XString& path, uint64_t accessMode, uint64_t shareMode,
+                  uint64_t createDisposition, uint64_t attributes);
     /// Closes the current file, if one is open, and clears `get_EndOfFile`. The open-error code and
     /// message, `get_LockFileOnOpen` and the record scan offset keep their values.
     void FileClose();
@@ -392,9 +392,10 @@ public:
     /// parts are named as `SplitFile` names them with `prefix` and `splitExtension`, and are joined
     /// from part 1 up to the first missing number. True when part 1 exists and every part was
     /// copied. False when part 1 is missing (the output is then left empty), a part is no regular
-    /// file or is the output itself (error "The output file is part file ..."; both checked before
-    /// the output is touched), or the output cannot be created or a copy fails. Logs the four
-    /// arguments and a success/failure line.
+    /// file or is the output itself, or the output does not exist yet and would be made where
+    /// the first missing part belongs, joining the set (error "The output file is part file ...";
+    /// all checked before the output is touched, nothing created then), or the output cannot be
+    /// created or a copy fails. Logs the four arguments and a success/failure line.
     bool ReassembleFile(XString& srcDirPath, XString& prefix, XString& splitExtension,
                         XString& outFilePath);
     /// True when the files at `path1` and `path2` are regular files of the same size holding the
@@ -466,8 +467,8 @@ public:
     /// reaches the caller. Reads the file in large blocks, so a record costs no system call. With
     /// verbose logging the arguments are logged once and "numFragments" at the end; no
     /// success/failure line.
-    int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker,
-                      XString& endMarker, XString& charset,
+    int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker, XString& endMarker,
+                      XString& charset,
                       const std::function<bool(const XString& fragment)>& onFragment);
     /// Reads the strings of the Windows shortcut (.lnk) file at `path` into `info`. Trailing white
     /// space of `path` is dropped and ".lnk" appended when it does not end in it. Each of the five
@@ -486,7 +487,7 @@ public:
     /// lock and writes only into `log`.
     static bool parseableShortcut(XString& path, LogBase& log);
 
-private:
+  private:
     // Private steps of the methods above, by subsystem, go here.
 
     // --- the current file: opening, closing, reading and writing ---

@@ -22,12 +22,12 @@ constexpr int Unknown = -1;  // could not be determined (other than the path not
 constexpr int None = 0;
 constexpr int File = 1;
 constexpr int Directory = 2;
-constexpr int Symlink = 3;   // only when links are not followed
-constexpr int Other = 4;     // device, FIFO, socket
+constexpr int Symlink = 3;  // only when links are not followed
+constexpr int Other = 4;    // device, FIFO, socket
 }  // namespace PathType
 
 class FileSys {
-public:
+  public:
     // --- existence and type ---
     // True when the path exists (a dangling link counts). unableToCheck is set true when
     // existence cannot be determined (e.g. EACCES on a parent); the answer is then false.
@@ -49,6 +49,12 @@ public:
     // with a line naming what it is. Lets an operation that reads some files and writes
     // others check that no two of them are one file before it touches any.
     static bool regularFileId(const XString& path, bool& exists, FileId& id, LogBase* log);
+    // True when the two paths, each after the symbolic links it ends in are followed, name one
+    // entry of one directory (the directory compared by device and inode, the names as
+    // bytes), whether or not a file is there yet: lets an operation that is about to create
+    // one of them see that it would create the other. False as well when a directory cannot
+    // be reached.
+    static bool sameDirectoryEntry(const XString& a, const XString& b);
 
     // --- copy, move, delete ---
     // Copies a regular file. failIfExists true: fails when `to` exists. The bytes go to a new
@@ -56,8 +62,7 @@ public:
     // `to` as it was and nothing new behind. A `to` that is a symbolic link stays one (the
     // bytes go to the file it names); an existing `to` keeps its owner and group. The copy
     // has the source's permission bits. Special files are refused at either end.
-    static bool copyFileX(const XString& from, const XString& to, bool failIfExists,
-                          LogBase* log);
+    static bool copyFileX(const XString& from, const XString& to, bool failIfExists, LogBase* log);
     // rename; between file systems a copy (see moveAcrossFileSystems in FileReplace.h)
     // that is complete and flushed before the original is removed. A symbolic link arrives
     // as a link with the same target text.
