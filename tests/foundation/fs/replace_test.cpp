@@ -52,22 +52,27 @@ TEST_F(FileReplaceTest, OwnerGroupAndModeAreKept) {
         bool ok, inPlace;
         mode_t modeAfter;
     } cases[] = {
-        {"root rewrites a user's file", false, false, kUser, kGroup, 0640, false, true, true,
-         false, 0640},
+        {"root rewrites a user's file", false, false, kUser, kGroup, 0640, false, true, true, false,
+         0640},
         {"root copies over a user's file", true, false, kUser, kGroup, 0600, false, true, true,
          false, 0755},
         {"root rewrites a file with two links", false, false, 0, 0, 0604, true, true, true, true,
          0604},
         {"a user rewrites own file of a foreign group", false, true, kUser, kForeignGroup, 0664,
          false, true, true, true, 0664},
-        {"a user rewrites another's writable file", false, true, kOther, kGroup, 0666, false,
-         true, true, true, 0666},
+        {"a user rewrites another's writable file", false, true, kOther, kGroup, 0666, false, true,
+         true, true, 0666},
         {"a user copies over another's writable file", true, true, kOther, kGroup, 0666, false,
          true, true, true, 0666},
         {"a user rewrites own file where no new file may go", false, true, kUser, kGroup, 0600,
          false, false, true, true, 0600},
         {"a user may not write another's file", false, true, kOther, kGroup, 0644, false, true,
          false, true, 0644},
+        // The directory would take the new file: only the old file's own mode refuses.
+        {"a user may not rewrite own read-only file", false, true, kUser, kGroup, 0444, false, true,
+         false, true, 0444},
+        {"a user may not copy over own read-only file", true, true, kUser, kGroup, 0444, false,
+         true, false, true, 0444},
     };
     const std::string src = writeFile("src", "new bytes");
     ASSERT_EQ(chmod(src.c_str(), 0755) + chmod(dir().c_str(), 0755), 0);
@@ -83,8 +88,8 @@ TEST_F(FileReplaceTest, OwnerGroupAndModeAreKept) {
                   0);
         const ino_t before = statOf(target).st_ino;
         const int status = inChildProcess([&] {
-            if (c.asUser && (setgroups(0, nullptr) != 0 || setgid(kGroup) != 0 ||
-                             setuid(kUser) != 0))
+            if (c.asUser &&
+                (setgroups(0, nullptr) != 0 || setgid(kGroup) != 0 || setuid(kUser) != 0))
                 return 100;
             _ovLogger log;
             bool ok = c.copy ? FileSys::copyFileX(x(src), x(target), false, &log)
