@@ -222,8 +222,9 @@ class FA_API ClsFileAccess : public ClsBase {
     bool FileDelete(XString& path);
     /// Copies the regular file `from` to `to`, which gets `from`'s permission bits; with
     /// `failIfExists` true the copy fails when `to` exists. The bytes go to a new file beside `to`
-    /// that replaces it only when complete, so a failure leaves an existing `to` as it was; a `to`
-    /// that is a symbolic link stays one (the file it names gets the bytes). Special files are
+    /// that replaces it only when complete, so a failure leaves an existing `to` as it was, and an
+    /// existing `to` keeps its owner, group and extended attributes; a `to` that is a symbolic link
+    /// stays one (the file it names gets the bytes). Special files are
     /// refused. Logs "FromFile" and "ToFile", and on failure the error "Failed to copy file" after
     /// the layer's reason.
     bool FileCopy(XString& from, XString& to, bool failIfExists);
@@ -309,8 +310,8 @@ class FA_API ClsFileAccess : public ClsBase {
     /// (directory, FIFO, device) is refused without being read.
     bool ReadEntireFile(XString& path, DataBuffer& out);
     /// Makes the file at `path` hold exactly the bytes of `data`, creating it when missing (missing
-    /// directories are not created). An existing file keeps its owner, group and permission bits,
-    /// and a failed write leaves it as it was; special files are refused.
+    /// directories are not created). An existing file keeps its owner, group, permission bits and
+    /// extended attributes, and a failed write leaves it as it was; special files are refused.
     bool WriteEntireFile(XString& path, DataBuffer& data);
     /// Replaces `out` with the text of the file at `path` decoded from the charset named `charset`.
     /// A leading byte-order mark of that charset is dropped; a mark of another charset is taken as
@@ -412,11 +413,11 @@ class FA_API ClsFileAccess : public ClsBase {
     /// charset named `charset` (UTF-8 for a name the charset layer does not know), unless the file
     /// has at least 4 bytes and begins with FF FE (UTF-16LE), FE FF (UTF-16BE) or 00 00 FE FF
     /// (UTF-32BE); the mark stays in the file. A file without an occurrence is not rewritten;
-    /// otherwise a failed rewrite leaves it as it was, and it keeps its owner, group and mode. -1
-    /// also for an empty `str1` ("str1 is empty."), a string the encoding cannot hold
-    /// ("Unable to get str1 in specified charset.", likewise for str2) and more than 2,147,483,647
-    /// occurrences. Logs "n" (the count, or -1) and a success/failure line, except when the file
-    /// cannot be read at all.
+    /// otherwise a failed rewrite leaves it as it was, and it keeps its owner, group, mode and
+    /// extended attributes. -1 also for an empty `str1` ("str1 is empty."), a string the encoding
+    /// cannot hold ("Unable to get str1 in specified charset.", likewise for str2) and more than
+    /// 2,147,483,647 occurrences. Logs "n" (the count, or -1) and a success/failure line, except
+    /// when the file cannot be read at all.
     int ReplaceStrings(XString& path, XString& charset, XString& str1, XString& str2);
     /// Empties `out`, then makes the identifier of block `index` in it. The identifier is the index
     /// in decimal, left-filled with "0" to exactly `length` characters (the zeros go before a minus

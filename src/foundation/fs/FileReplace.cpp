@@ -73,7 +73,7 @@ bool placeScratch(OrvaneHandle& scratch, const std::string& scratchPath, const c
 }
 
 class Replacement {
-public:
+  public:
     Replacement(const ReplaceRequest& req, const ContentWriter& write, LogBase* log)
         : m_req(req), m_write(write), m_log(log) {}
 
@@ -98,7 +98,7 @@ public:
         return replaceByRename();
     }
 
-private:
+  private:
     // Checks what is at the path and opens it for writing, which is what decides whether
     // the caller may replace it.
     bool openOldFile(const struct stat& st) {
@@ -151,15 +151,19 @@ private:
         OrvaneHandle scratch(fd);
         const mode_t mode = (m_req.source ? *m_req.source : m_old).st_mode & 07777;
         Failure f;
+        const char* attrOp = nullptr;
+        AttributeCopy attrs = AttributeCopy::Done;
         // The owner before the mode: a change of owner clears the set-user-ID and
-        // set-group-ID bits, which the mode then sets again.
+        // set-group-ID bits, which the mode then sets again. The extended attributes (an
+        // access ACL among them) come in between, so that a copy's mode goes over the old
+        // file's ACL as chmod would put it there.
         if (sysCalls().fchown(fd, m_old.st_uid, m_old.st_gid) != 0) {
-            if (errno == EPERM || errno == EINVAL) {
-                scratch.closeHandle();
-                sysCalls().unlink(m_scratch.c_str());
-                return rewriteInPlace();
-            }
+            if (errno == EPERM || errno == EINVAL) return abandonForInPlace(scratch);
             f.set("fchown");
+        } else if ((attrs = copyExtendedAttributes(m_oldFd.fd(), fd, attrOp)) !=
+                   AttributeCopy::Done) {
+            if (attrs == AttributeCopy::NotTaken) return abandonForInPlace(scratch);
+            f.set(attrOp);
         } else if (sysCalls().fchmod(fd, mode) != 0) {
             f.set("fchmod");
         } else {
@@ -171,12 +175,21 @@ private:
         return true;
     }
 
+    // The new file could not be made to match the old one: it goes, and the old one is
+    // rewritten in place, which keeps all it has.
+    bool abandonForInPlace(OrvaneHandle& scratch) {
+        scratch.closeHandle();
+        sysCalls().unlink(m_scratch.c_str());
+        return rewriteInPlace();
+    }
+
     // Owner, group, mode and every hard link stay as they are, since the file does. Its old
     // bytes go to a backup first, which is copied back if the rewrite fails.
     bool rewriteInPlace() {
         if (!m_oldReadable)
-            return fail("it must be rewritten in place, and its old content cannot be read to "
-                        "keep a copy of it meanwhile");
+            return fail(
+                "it must be rewritten in place, and its old content cannot be read to "
+                "keep a copy of it meanwhile");
         OrvaneHandle backup(createBackup());
         if (!backup.isHandleOpen()) return false;
         const int old = m_oldFd.fd();
@@ -260,9 +273,23 @@ private:
     bool m_oldReadable = true;
 };
 
+// Gives a moved file's copy the original's extended attributes. Those the other file system
+// does not take are left behind with a line saying so; false (errno set) only when the
+// original's cannot be read (op names the call).
+bool keepAttributesOnMove(int in, int out, const char* from, LogBase* log, const char*& op) {
+    const AttributeCopy copied = copyExtendedAttributes(in, out, op);
+    if (copied == AttributeCopy::ReadFailed) return false;
+    if (copied == AttributeCopy::NotTaken && log) {
+        const std::string line = std::string("The extended attributes of \"") + from +
+                                 "\" are not kept at the new place: " + errnoText(errno) + ".";
+        log->LogInfo(line.c_str());
+    }
+    return true;
+}
+
 // A regular file's copy beside `to`, with the source's mode, owner and times, renamed over it.
-bool placeFileCopy(const char* from, const struct stat& src, const char* to,
-                   const std::string& dir, LogBase* log) {
+bool placeFileCopy(const char* from, const struct stat& src, const char* to, const std::string& dir,
+                   LogBase* log) {
     struct stat st;
     OrvaneHandle in(openRegular(from, O_RDONLY | O_NOFOLLOW, 0, st, "move", log));
     if (!in.isHandleOpen()) return false;
@@ -280,12 +307,14 @@ bool placeFileCopy(const char* from, const struct stat& src, const char* to,
     const struct timespec times[2] = {statAccessTime(st), statModTime(st)};
     Failure f;
     long long copied = 0;
-    const char* copyOp = nullptr;
-    if (!copyFdToFd(in.fd(), fd, copied, copyOp))
-        f.set(copyOp);
+    const char *copyOp = nullptr, *attrOp = nullptr;
+    if (!copyFdToFd(in.fd(), fd, copied, copyOp)) f.set(copyOp);
     // A user may not give a file away; it then stays the mover's, as with mv.
     else if (sysCalls().fchown(fd, st.st_uid, st.st_gid) != 0 && errno != EPERM)
         f.set("fchown");
+    // Extended attributes are kept where the other file system takes them, as mv does.
+    else if (!keepAttributesOnMove(in.fd(), fd, from, log, attrOp))
+        f.set(attrOp);
     else if (sysCalls().fchmod(fd, st.st_mode & 07777) != 0)
         f.set("fchmod");
     else if (sysCalls().futimens(fd, times) != 0)

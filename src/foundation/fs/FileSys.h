@@ -60,8 +60,9 @@ class FileSys {
     // Copies a regular file. failIfExists true: fails when `to` exists. The bytes go to a new
     // file beside `to`, renamed over it only once whole, so a failure leaves an existing
     // `to` as it was and nothing new behind. A `to` that is a symbolic link stays one (the
-    // bytes go to the file it names); an existing `to` keeps its owner and group. The copy
-    // has the source's permission bits. Special files are refused at either end.
+    // bytes go to the file it names); an existing `to` keeps its owner, group and extended
+    // attributes. The copy has the source's permission bits. Special files are refused at
+    // either end.
     static bool copyFileX(const XString& from, const XString& to, bool failIfExists, LogBase* log);
     // rename; between file systems a copy (see moveAcrossFileSystems in FileReplace.h)
     // that is complete and flushed before the original is removed. A symbolic link arrives
@@ -85,8 +86,9 @@ class FileSys {
 
     // --- whole files ---
     // Replaces a regular file atomically (new file in the same directory, flushed, renamed;
-    // the old file's owner, group and permission bits kept), or in place behind a backup
-    // where the owner cannot be kept or the file has several hard links (FileReplace.h).
+    // the old file's owner, group, extended attributes and permission bits kept), or in place
+    // behind a backup where the owner or the attributes cannot be kept or the file has several
+    // hard links (FileReplace.h).
     // Fails where an open of the old file for writing would. On failure the old file is as
     // it was and no temporary remains. Links are written through; special files refused.
     static bool writeFileUtf8(const char* path, const DataBuffer& data, LogBase* log);

@@ -66,6 +66,18 @@ long long preadFull(int fd, void* p, size_t n, long long off);
 // On failure errno is set and opName names the call that failed.
 bool copyFdToFd(int in, int out, long long& copied, const char*& opName);
 
+// Gives `to` the extended attributes of `from` (POSIX ACLs and security labels among them on
+// Linux) and removes those `from` lacks. A file system without extended attributes counts as
+// having none. On failure errno is set and failedOp names the call.
+enum class AttributeCopy {
+    Done,
+    // Reading `from`'s attributes failed.
+    ReadFailed,
+    // `to` does not take them (not allowed, not supported there, no room).
+    NotTaken,
+};
+AttributeCopy copyExtendedAttributes(int from, int to, const char*& failedOp);
+
 // Creates a new file dir/prefix<random><suffix> with O_EXCL and the given mode, for reading
 // and writing.
 // Returns the descriptor (path in outPath), or -1 with errno set.
