@@ -19,6 +19,16 @@
 namespace {
 
 constexpr int kDirOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// The root's parent is only searched and written, never listed: a directory that may not be
+// read (a drop box, mode 0300) must do, as it does for rm. Linux opens it for the *at calls
+// alone; elsewhere O_SEARCH does that where the platform has it.
+#if defined(O_PATH)
+constexpr int kParentOpenFlags = O_PATH | O_DIRECTORY;
+#elif defined(O_SEARCH)
+constexpr int kParentOpenFlags = O_SEARCH | O_DIRECTORY;
+#else
+constexpr int kParentOpenFlags = O_RDONLY | O_DIRECTORY;
+#endif
 // A directory that keeps gaining entries while it is removed is given up on after this many
 // listings.
 constexpr int kMaxPasses = 4;
@@ -52,15 +62,18 @@ bool splitRoot(const std::string& path, std::string& parent, std::string& name,
 }
 
 class TreeRemover {
-public:
+  public:
     TreeRemover(LogBase& log, const char* root) : m_log(log), m_root(root) {}
 
     bool run() {
         std::string parentPath, name;
         const char* reason = nullptr;
         if (!splitRoot(m_root, parentPath, name, reason)) return failWith(reason);
-        m_parent = OrvaneHandle(fsi::openRetry(parentPath.c_str(), O_RDONLY | O_DIRECTORY, 0));
-        if (!m_parent.isHandleOpen()) return fail("open", errno, parentPath);
+        m_parent = OrvaneHandle(fsi::openRetry(parentPath.c_str(), kParentOpenFlags, 0));
+        if (!m_parent.isHandleOpen()) {
+            fsi::logSysFailure(&m_log, "open", parentPath.c_str(), errno);
+            return false;
+        }
         struct stat st;
         if (sysCalls().fstatat(m_parent.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
             return fail("lstat", errno);
@@ -83,11 +96,11 @@ public:
         return walk();
     }
 
-private:
+  private:
     struct Level {
         Level(std::string n, const struct stat& st) : name(std::move(n)), id(st) {}
-        std::string name;  // in the parent directory
-        struct stat id;    // what was opened under that name
+        std::string name;                  // in the parent directory
+        struct stat id;                    // what was opened under that name
         std::vector<std::string> subdirs;  // listed, not yet entered
         bool listed = false;
         int passes = 0;
