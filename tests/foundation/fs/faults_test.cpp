@@ -131,9 +131,9 @@ TEST_F(FaultTest, FailedReplacementsKeepTheOldDestination) {
         EXPECT_TRUE(readFile(p) == old && (!linked || readFile(path("twin")) == old));
         EXPECT_TRUE(readFile(src) == fresh);
         EXPECT_EQ(entries(), linked ? 3u : 2u) << "only the source and the old target";
-        EXPECT_EQ(log.text().find(strerror(err)) != std::string::npos &&
-                      std::count_if(log.entries().begin(), log.entries().end(),
-                                    [](const LogEntry& e) { return e.kind == LogKind::Error; }),
+        EXPECT_NE(log.text().find(strerror(err)), std::string::npos) << log.text();
+        EXPECT_EQ(std::count_if(log.entries().begin(), log.entries().end(),
+                                [](const LogEntry& e) { return e.kind == LogKind::Error; }),
                   1)
             << log.text();
         EXPECT_EQ(log.contains("The old content was put back."), putBack) << log.text();
