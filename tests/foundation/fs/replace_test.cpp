@@ -226,12 +226,22 @@ TEST_F(FileReplaceTest, ExtendedAttributesAreKept) {
 }
 
 // Every name that can be opened can be rewritten: the scratch name beside it is cut to fit,
-// at a character boundary.
+// at a character boundary. The cut falls after 237 bytes: between characters for the first
+// three names, inside one for the others.
 TEST_F(FileReplaceTest, NamesOf255BytesAreRewritten) {
-    std::string cjk, accents(1, 'x');
+    std::string cjk, accents(1, 'x'), emoji, emojiAfterTwo("ab"), cjkAfterOne(1, 'x');
     for (int i = 0; i < 85; ++i) cjk += "\xE6\x97\xA5";   // 3 bytes each
     for (int i = 0; i < 127; ++i) accents += "\xC3\xA9";  // 2 bytes each, after one
-    for (const std::string& name : {std::string(255, 'n'), cjk, accents}) {
+    for (int i = 0; i < 63; ++i) {
+        emoji += "\xF0\x9F\x98\x80";  // 4 bytes each
+        emojiAfterTwo += "\xF0\x9F\x98\x80";
+    }
+    for (int i = 0; i < 84; ++i) cjkAfterOne += "\xE6\x97\xA5";
+    emoji += "abc";
+    emojiAfterTwo += "c";
+    cjkAfterOne += "yz";
+    for (const std::string& name :
+         {std::string(255, 'n'), cjk, accents, emoji, emojiAfterTwo, cjkAfterOne}) {
         SCOPED_TRACE(name.substr(0, 12));
         ASSERT_EQ(name.size(), 255u);
         const std::string p = path(name), moved = path(name.substr(0, 254) + "m");
@@ -252,6 +262,7 @@ TEST_F(FileReplaceTest, NamesOf255BytesAreRewritten) {
         EXPECT_LE(prefix.size() + 12 + 4, 255u);
         EXPECT_EQ(name.compare(0, prefix.size() - 2, prefix, 1, prefix.size() - 2), 0);
         EXPECT_NE(static_cast<unsigned char>(name[prefix.size() - 2]) & 0xC0, 0x80u);
+        EXPECT_GE(prefix.size() - 2, 237u - 3) << "cut no further back than one character";
     }
 }
 
