@@ -68,8 +68,9 @@ TEST_F(FaultTest, InterruptionsAndShortTransfersAreRetried) {
 }
 
 // A write, copy or move over an existing file that fails at any step leaves that file as it
-// was and nothing new beside it. With a second hard link the file is rewritten in place,
-// behind a backup that is put back.
+// was and nothing new beside it; so does the move of a symbolic link between file systems,
+// which makes a new link beside the file and renames it over. With a second hard link the file is
+// rewritten in place, behind a backup that is put back.
 TEST_F(FaultTest, FailedReplacementsKeepTheOldDestination) {
     const std::string old = "the old content", fresh = pattern(70000);
     using S = SysCallOverride;
@@ -104,6 +105,8 @@ TEST_F(FaultTest, FailedReplacementsKeepTheOldDestination) {
         {"linked copy", S::Read, 1, EIO},             {"linked copy", S::Write, 4, EFBIG, true},
         {"write", S::Open, 1, EPERM},                 {"write", S::Open, 1, EACCES, false, 2},
         {"copy", S::Open, 2, EPERM},                  {"copy", S::Open, 2, EACCES, false, 2},
+        {"link move", S::Symlink, 1, EIO},            {"link move", S::Rename, 2, EIO},
+        {"link move", S::Rename, 2, ENOSPC},
     };
     // clang-format on
     for (const auto& [op, call, nth, err, putBack, times] : cases) {
@@ -111,26 +114,34 @@ TEST_F(FaultTest, FailedReplacementsKeepTheOldDestination) {
                      " " + strerror(err));
         const std::string p = writeFile("target", old), src = writeFile("src", fresh);
         const bool linked = std::string(op).rfind("linked", 0) == 0;
+        const bool linkMove = std::string(op) == "link move";
         if (linked) {
             ASSERT_EQ(link(p.c_str(), path("twin").c_str()), 0);
+        }
+        if (linkMove) {
+            ASSERT_EQ(symlink("far/away", path("srcLink").c_str()), 0);
         }
         _ovLogger log;
         {
             SysCallOverride o;
             o.limitTransfers(20000);
             o.failNth(S::CopyFileRange, 1, ENOSYS, true);  // read and write, one by one
-            if (std::string(op) == "move") o.failNth(S::Rename, 1, EXDEV);
+            if (std::string(op) == "move" || linkMove) o.failNth(S::Rename, 1, EXDEV);
             for (int i = 0; i < times; ++i) o.failNth(call, nth + i, err);
             const std::string kind = linked ? op + 7 : op;
             EXPECT_FALSE(kind == "write"
                              ? FileSys::writeFileUtf8(p.c_str(), fresh.data(), fresh.size(), &log)
-                         : kind == "copy" ? FileSys::copyFileX(x(src), x(p), false, &log)
-                                          : FileSys::moveFileX(x(src), x(p), &log));
+                         : kind == "copy"
+                             ? FileSys::copyFileX(x(src), x(p), false, &log)
+                             : FileSys::moveFileX(x(linkMove ? path("srcLink") : src), x(p), &log));
             EXPECT_GE(o.calls(call), nth);
         }
         EXPECT_TRUE(readFile(p) == old && (!linked || readFile(path("twin")) == old));
         EXPECT_TRUE(readFile(src) == fresh);
-        EXPECT_EQ(entries(), linked ? 3u : 2u) << "only the source and the old target";
+        if (linkMove) {
+            EXPECT_EQ(std::filesystem::read_symlink(path("srcLink")), "far/away");
+        }
+        EXPECT_EQ(entries(), linked || linkMove ? 3u : 2u) << "only the sources and the old target";
         EXPECT_NE(log.text().find(strerror(err)), std::string::npos) << log.text();
         EXPECT_EQ(std::count_if(log.entries().begin(), log.entries().end(),
                                 [](const LogEntry& e) { return e.kind == LogKind::Error; }),
@@ -138,6 +149,7 @@ TEST_F(FaultTest, FailedReplacementsKeepTheOldDestination) {
             << log.text();
         EXPECT_EQ(log.contains("The old content was put back."), putBack) << log.text();
         std::filesystem::remove(path("twin"));
+        std::filesystem::remove(path("srcLink"));
     }
 }
 
