@@ -227,10 +227,13 @@ class Replacement {
 
     int createBackup() {
         const std::string prefix = scratchPrefixFor(m_target);
-        int fd = createUniqueFile(m_dir, prefix, ".old", 0600, m_backup);
-        if (fd < 0 && (errno == EACCES || errno == EPERM))
-            fd = createUniqueFile(systemTempDir(), prefix, ".old", 0600, m_backup);
-        if (fd < 0) sysFailAt("create a backup file in", m_dir, errno);
+        std::string where = m_dir;
+        int fd = createUniqueFile(where, prefix, ".old", 0600, m_backup);
+        if (fd < 0 && (errno == EACCES || errno == EPERM)) {
+            where = systemTempDir();
+            fd = createUniqueFile(where, prefix, ".old", 0600, m_backup);
+        }
+        if (fd < 0) sysFailAt("create a backup file in", where, errno);
         return fd;
     }
 

@@ -41,9 +41,12 @@ class FileReplaceTest : public TempDirTest {
 };
 
 // Each row rewrites or copies over `target` (owned as given), as root or, in a child, as an
-// unprivileged user who is not in the file's group.
+// unprivileged user who is not in the file's group. The child's TMPDIR, where a backup goes
+// when the file's directory takes none, is the row's own: open to all (sticky), or not.
 TEST_F(FileReplaceTest, OwnerGroupAndModeAreKept) {
     if (!runningAsRoot()) GTEST_SKIP() << "giving files away and dropping to a user need root";
+    if (!userCanReach(kUser, kGroup, dir()))
+        GTEST_SKIP() << "user " << kUser << " cannot reach " << dir() << " (set TMPDIR elsewhere)";
     const struct {
         const char* what;
         bool copy, asUser;
@@ -53,6 +56,7 @@ TEST_F(FileReplaceTest, OwnerGroupAndModeAreKept) {
         bool linked, dirWritable;
         bool ok, inPlace;
         mode_t modeAfter;
+        bool tmpWritable = true;
     } cases[] = {
         {"root rewrites a user's file", false, false, kUser, kGroup, 0640, false, true, true, false,
          0640},
@@ -68,6 +72,8 @@ TEST_F(FileReplaceTest, OwnerGroupAndModeAreKept) {
          true, true, true, 0666},
         {"a user rewrites own file where no new file may go", false, true, kUser, kGroup, 0600,
          false, false, true, true, 0600},
+        {"a user rewrites own file where no new file nor backup may go", false, true, kUser, kGroup,
+         0600, false, false, false, true, 0600, false},
         {"a user may not write another's file", false, true, kOther, kGroup, 0644, false, true,
          false, true, 0644},
         // The directory would take the new file: only the old file's own mode refuses.
@@ -88,16 +94,25 @@ TEST_F(FileReplaceTest, OwnerGroupAndModeAreKept) {
                       chmod(d.c_str(), c.dirWritable ? 0777 : 0755) +
                       chown(target.c_str(), c.uid, c.gid) + chmod(target.c_str(), c.mode),
                   0);
+        const std::string tmp = path("tmp");
+        fs::remove_all(tmp);
+        ASSERT_TRUE(fs::create_directory(tmp));
+        ASSERT_EQ(chmod(tmp.c_str(), c.tmpWritable ? 01777 : 0755), 0);
+        // Where the backup could go nowhere, the line names the last place tried.
+        const std::string line =
+            c.tmpWritable ? "" : "create a backup file in \"" + tmp + "\" failed";
         const ino_t before = statOf(target).st_ino;
         const int status = inChildProcess([&] {
+            if (setenv("TMPDIR", tmp.c_str(), 1) != 0) return 100;
             if (c.asUser &&
                 (setgroups(0, nullptr) != 0 || setgid(kGroup) != 0 || setuid(kUser) != 0))
                 return 100;
             _ovLogger log;
             bool ok = c.copy ? FileSys::copyFileX(x(src), x(target), false, &log)
                              : FileSys::writeFileUtf8(target.c_str(), "new bytes", 9, &log);
-            if (ok != c.ok) std::fprintf(stderr, "%s\n", log.text().c_str());
-            return ok ? 0 : 1;
+            const bool lineOk = log.text().find(line) != std::string::npos;
+            if (ok != c.ok || !lineOk) std::fprintf(stderr, "%s\n", log.text().c_str());
+            return lineOk ? (ok ? 0 : 1) : 2;
         });
         EXPECT_EQ(status, c.ok ? 0 : 1);
         const struct stat after = statOf(target);
