@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -125,14 +126,20 @@ int inJailRefusingRemovals(const std::string& root,
     });
 }
 
-std::string makeDirOnOtherDevice(const std::string& near) {
+std::string makeDirOnOtherDevice(const std::string& near, std::string* why) {
     char tmpl[] = "/dev/shm/fa-test-XXXXXX";
-    struct stat here {
-    }, there{};
-    if (stat(near.c_str(), &here) != 0 || !mkdtemp(tmpl)) return "";
-    if (stat(tmpl, &there) != 0 || there.st_dev == here.st_dev) {
+    struct stat here = {}, there = {};
+    std::string reason;
+    if (stat(near.c_str(), &here) != 0) {
+        reason = "cannot stat " + near + ": " + std::strerror(errno);
+    } else if (!mkdtemp(tmpl)) {
+        reason = std::string("cannot make a directory in /dev/shm: ") + std::strerror(errno);
+    } else if (stat(tmpl, &there) != 0 || there.st_dev == here.st_dev) {
+        reason = "/dev/shm is on the same device as " + near;
         rmdir(tmpl);
-        return "";
+    } else {
+        return tmpl;
     }
-    return tmpl;
+    if (why) *why = reason;
+    return "";
 }

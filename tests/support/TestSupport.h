@@ -46,8 +46,9 @@ DataBuffer bufferOf(const std::string& bytes);
 bool runningAsRoot();
 
 // A fresh directory of the caller's own on a memory file system (/dev/shm) that lies on
-// another device than `near`, or "" when there is none. The caller removes it.
-std::string makeDirOnOtherDevice(const std::string& near);
+// another device than `near`, or "" when there is none (`why`, when given, then says why).
+// The caller removes it.
+std::string makeDirOnOtherDevice(const std::string& near, std::string* why = nullptr);
 
 // Runs `body` in a forked child process and returns its result as the child's exit status
 // (-1 when the child died of a signal). For tests that change what a process can do: its
