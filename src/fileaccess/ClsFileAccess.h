@@ -220,7 +220,8 @@ class FA_API ClsFileAccess : public ClsBase {
     /// A directory or a missing path fails, with a line such as
     /// `unlink "/x" failed: No such file or directory`.
     bool FileDelete(XString& path);
-    /// Copies the regular file `from` to `to`, which gets `from`'s permission bits; with
+    /// Copies the regular file `from` to `to`, which gets `from`'s permission bits (an existing
+    /// `to` of another owner, which the caller may not change, keeps its own); with
     /// `failIfExists` true the copy fails when `to` exists. The bytes go to a new file beside `to`
     /// that replaces it only when complete, so a failure leaves an existing `to` as it was, and an
     /// existing `to` keeps its owner, group and extended attributes; a `to` that is a symbolic link

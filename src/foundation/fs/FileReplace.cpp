@@ -210,6 +210,11 @@ class Replacement {
             f.set("ftruncate");
         else
             fill(old, backup.fd(), true, f);
+        // A copy takes the source's permission bits in place too, as the renamed copy does,
+        // unless the caller may not set them (another's file), as cp leaves them then.
+        if (!f && m_req.source && sysCalls().fchmod(old, m_req.source->st_mode & 07777) != 0 &&
+            errno != EPERM)
+            f.set("fchmod");
         if (!f) {
             sysCalls().unlink(m_backup.c_str());
             return true;

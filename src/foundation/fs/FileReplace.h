@@ -41,7 +41,8 @@ struct ReplaceRequest {
     // was no old file (a replacement is always flushed).
     bool flushNewFile = true;
     // A copy's source: the same file as the destination is refused, and the new file takes
-    // the source's permission bits instead of the old file's.
+    // the source's permission bits instead of the old file's (in place too, where the caller
+    // may set them).
     const struct stat* source = nullptr;
 };
 

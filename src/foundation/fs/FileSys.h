@@ -61,7 +61,8 @@ class FileSys {
     // file beside `to`, renamed over it only once whole, so a failure leaves an existing
     // `to` as it was and nothing new behind. A `to` that is a symbolic link stays one (the
     // bytes go to the file it names); an existing `to` keeps its owner, group and extended
-    // attributes. The copy has the source's permission bits. Special files are refused at
+    // attributes. The copy has the source's permission bits, also when it is made in place,
+    // unless the caller may not set them on another's file. Special files are refused at
     // either end.
     static bool copyFileX(const XString& from, const XString& to, bool failIfExists, LogBase* log);
     // rename; between file systems a copy (see moveAcrossFileSystems in FileReplace.h)

@@ -106,7 +106,7 @@ TEST_F(FaultTest, FailedReplacementsKeepTheOldDestination) {
         {"write", S::Open, 1, EPERM},                 {"write", S::Open, 1, EACCES, false, 2},
         {"copy", S::Open, 2, EPERM},                  {"copy", S::Open, 2, EACCES, false, 2},
         {"link move", S::Symlink, 1, EIO},            {"link move", S::Rename, 2, EIO},
-        {"link move", S::Rename, 2, ENOSPC},
+        {"link move", S::Rename, 2, ENOSPC},          {"linked copy", S::Fchmod, 1, EIO, true},
     };
     // clang-format on
     for (const auto& [op, call, nth, err, putBack, times] : cases) {

@@ -68,8 +68,14 @@ TEST_F(FileReplaceTest, OwnerGroupAndModeAreKept) {
          false, true, true, true, 0664},
         {"a user rewrites another's writable file", false, true, kOther, kGroup, 0666, false, true,
          true, true, 0666},
+        // The user may not set another's mode: it stays, as with cp.
         {"a user copies over another's writable file", true, true, kOther, kGroup, 0666, false,
          true, true, true, 0666},
+        // In place, a copy takes the source's mode as a renamed copy does.
+        {"root copies over a file with two links", true, false, 0, 0, 0604, true, true, true, true,
+         0755},
+        {"a user copies over own file of a foreign group", true, true, kUser, kForeignGroup, 0664,
+         false, true, true, true, 0755},
         {"a user rewrites own file where no new file may go", false, true, kUser, kGroup, 0600,
          false, false, true, true, 0600},
         {"a user rewrites own file where no new file nor backup may go", false, true, kUser, kGroup,
