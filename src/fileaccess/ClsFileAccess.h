@@ -308,7 +308,7 @@ class FA_API ClsFileAccess : public ClsBase {
 
     /// Replaces `out` with the whole content of the regular file at `path`; true on success. On
     /// failure `out` is unchanged and the log holds the layer's reason; anything but a regular file
-    /// (directory, FIFO, device) is refused without being read.
+    /// (directory, FIFO, device) is refused without being opened.
     bool ReadEntireFile(XString& path, DataBuffer& out);
     /// Makes the file at `path` hold exactly the bytes of `data`, creating it when missing (missing
     /// directories are not created). An existing file keeps its owner, group, permission bits and

@@ -81,14 +81,13 @@ class Replacement {
         struct stat st;
         if (m_req.failIfExists && sysCalls().lstat(m_req.path, &st) == 0) {
             m_target = m_req.path;
-            return sysFail("create", EEXIST);
+            return refuseExisting(st);
         }
-        bool followed = false;
-        m_target = followLinks(m_req.path, followed);
+        m_target = followLinks(m_req.path, m_followed);
         m_dir = parentDirOf(m_target);
         if (sysCalls().stat(m_target.c_str(), &st) != 0) {
             if (errno != ENOENT) return sysFail("stat", errno);
-            if (followed && m_req.refuseDanglingLink)
+            if (m_followed && m_req.refuseDanglingLink)
                 return fail("it is a symbolic link to a file that does not exist");
             return writeNewFile();
         }
@@ -99,14 +98,21 @@ class Replacement {
     }
 
   private:
+    // Something is at a path that must be free: a special file is named for what it is, as
+    // every other refusal of one does (a link is looked through for that).
+    bool refuseExisting(const struct stat& found) {
+        struct stat st = found;
+        if (S_ISLNK(st.st_mode) && sysCalls().stat(m_req.path, &st) != 0) st = found;
+        if (S_ISREG(st.st_mode) || S_ISDIR(st.st_mode) || S_ISLNK(st.st_mode))
+            return sysFail("create", EEXIST);
+        return notRegular(st.st_mode);
+    }
+
     // Checks what is at the path and opens it for writing, which is what decides whether
     // the caller may replace it.
     bool openOldFile(const struct stat& st) {
         if (S_ISDIR(st.st_mode)) return sysFail(m_req.op, EISDIR);
-        if (!S_ISREG(st.st_mode)) {
-            logNotRegular(m_log, m_req.op, m_target.c_str(), st.st_mode);
-            return false;
-        }
+        if (!S_ISREG(st.st_mode)) return notRegular(st.st_mode);
         if (m_req.source && sameFile(*m_req.source, st))
             return fail("source and destination are the same file");
         const int flags = O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
@@ -259,13 +265,22 @@ class Replacement {
             f.set("fsync");
     }
 
-    bool fail(const char* reason) {
-        logFailure(m_log, m_req.op, m_target.c_str(), reason);
+    // Lines name the path the caller passed and, where links were followed from it, the
+    // file they led to.
+    bool fail(const std::string& reason) {
+        std::string line = reason;
+        if (m_followed) line += " (the link leads to \"" + m_target + "\")";
+        logFailure(m_log, m_req.op, m_req.path, line.c_str());
         return false;
     }
     bool sysFail(const char* op, int err) {
-        logSysFailure(m_log, op, m_target.c_str(), err);
+        std::string line = errnoText(err);
+        if (m_followed) line += " (the link leads to \"" + m_target + "\")";
+        logFailure(m_log, op, m_req.path, line.c_str());
         return false;
+    }
+    bool notRegular(mode_t mode) {
+        return fail(std::string("it is ") + kindOfFile(mode) + ", not a regular file");
     }
     bool sysFailAt(const char* op, const std::string& where, int err) {
         logSysFailure(m_log, op, where.c_str(), err);
@@ -279,6 +294,7 @@ class Replacement {
     OrvaneHandle m_oldFd;
     struct stat m_old {};
     bool m_oldReadable = true;
+    bool m_followed = false;  // m_target was reached through links from the path passed
 };
 
 // Gives a moved file's copy the original's extended attributes. Those the other file system

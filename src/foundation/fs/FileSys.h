@@ -110,8 +110,8 @@ class FileSys {
     // Writes all n bytes at the handle's position (n may be 0); false when no file is held.
     static bool writeToOpenFile(OrvaneHandle& h, const char* p, unsigned n, LogBase* log);
     // Reads the whole regular file into out (replacing its content) straight into its final
-    // storage; false (out unchanged) on failure. Special files are refused, never opened
-    // in a way that could block.
+    // storage; false (out unchanged) on failure. Special files are refused without being
+    // opened.
     static bool readFileUtf8(const char* path, DataBuffer& out, LogBase* log);
 
     // --- time stamps (UTC) ---

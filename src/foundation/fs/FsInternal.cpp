@@ -124,6 +124,18 @@ void logNotRegular(LogBase* log, const char* op, const char* path, mode_t mode) 
 
 int openRegular(const char* path, int flags, mode_t mode, struct stat& st, const char* op,
                 LogBase* log) {
+    // Refused before it is opened: opening a device can act on it (a tape rewinds, a watchdog
+    // arms), and opening a FIFO releases a writer waiting for a reader. What is not there yet
+    // is left to the open, and a link that must not be followed too.
+    struct stat before;
+    const bool noFollow = (flags & O_NOFOLLOW) != 0;
+    if ((noFollow ? sysCalls().lstat(path, &before) : sysCalls().stat(path, &before)) == 0 &&
+        !S_ISREG(before.st_mode) && !S_ISLNK(before.st_mode)) {
+        logNotRegular(log, op, path, before.st_mode);
+        errno = S_ISDIR(before.st_mode) ? EISDIR : EINVAL;
+        return -1;
+    }
+    // The type is checked again on the descriptor, for a file put in its place meanwhile.
     int fd = openRetry(path, flags | O_NONBLOCK | O_NOCTTY, mode);
     if (fd < 0) {
         int err = errno;

@@ -40,10 +40,11 @@ int flushToDevice(int fd);
 const char* kindOfFile(mode_t mode);
 // Logs that `path` is no regular file but what `mode` says it is.
 void logNotRegular(LogBase* log, const char* op, const char* path, mode_t mode);
-// Opens a regular file for content work: never blocks (O_NONBLOCK, which has no effect on
-// the reads and writes of a regular file), never makes a terminal the controlling one, and
-// checks the type on the open descriptor. Anything but a regular file is refused with a
-// line naming its kind. Returns the descriptor with st filled, or -1 (logged, errno set).
+// Opens a regular file for content work: refuses anything else before opening it, never
+// blocks (O_NONBLOCK, which has no effect on the reads and writes of a regular file), never
+// makes a terminal the controlling one, and checks the type again on the open descriptor.
+// Anything but a regular file is refused with a line naming its kind. Returns the descriptor with
+// st filled, or -1 (logged, errno set).
 int openRegular(const char* path, int flags, mode_t mode, struct stat& st, const char* op,
                 LogBase* log);
 
