@@ -249,8 +249,9 @@ class FA_API ClsFileAccess : public ClsBase {
     bool DirDelete(XString& dir);
     /// Removes the directory `dir` with everything under it, never following a symbolic link: a
     /// link in the tree, or `dir` itself when it is one, is removed as a link. Refuses the root
-    /// directory and a path whose last part is "." or "..", removing nothing. True when all of it
-    /// is gone. Ends with a success/failure line.
+    /// directory and a path whose last part is "." or "..", removing nothing, and stops at the root
+    /// directory mounted inside the tree without entering it. True when all of it is gone. Ends
+    /// with a success/failure line.
     bool TreeDelete(XString& dir);
     /// What `path` names, symbolic links followed. 0 nothing (a dangling link included), 1 a
     /// regular file, 2 a directory, 4 anything else (device, FIFO, socket), -1 when it cannot be

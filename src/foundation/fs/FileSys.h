@@ -75,7 +75,8 @@ class FileSys {
     // Removes the directory and everything under it, never following a symbolic link: a
     // link, in the tree or given as the tree (trailing separators are dropped), is removed
     // as a link. Refuses the root directory however written and a path whose last part is
-    // "." or "..", removing nothing. Keeps a handful of descriptors open whatever the depth,
+    // "." or "..", removing nothing, and stops at the root directory mounted inside the tree
+    // without entering it. Keeps a handful of descriptors open whatever the depth,
     // climbing back up through ".." checked by device and inode, and removes the directory
     // itself through its parent once it has checked that it is still the one it emptied.
     static bool deleteTreeUtf8(const char* dir, FileMatchingSpec& spec, LogBase& log);

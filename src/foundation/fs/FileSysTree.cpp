@@ -85,12 +85,12 @@ class TreeRemover {
         }
         OrvaneHandle top(openDirAt(m_parent.fd(), name.c_str()));
         if (!top.isHandleOpen()) return fail("open", errno);
-        struct stat opened, rootDir;
+        struct stat opened;
         if (sysCalls().fstat(top.fd(), &opened) != 0) return fail("fstat", errno);
         if (!fsi::sameFile(st, opened)) return failWith("the directory was replaced meanwhile");
         // The root directory under another name (a bind mount, say).
-        if (sysCalls().stat("/", &rootDir) == 0 && fsi::sameFile(opened, rootDir))
-            return failWith("refusing to remove the root directory");
+        m_haveRootDir = sysCalls().stat("/", &m_rootDir) == 0;
+        if (isRootDir(opened)) return failWith("refusing to remove the root directory");
         m_levels.emplace_back(name, opened);
         m_cur = std::move(top);
         return walk();
@@ -192,6 +192,10 @@ class TreeRemover {
         OrvaneHandle sub(fd);
         struct stat id;
         if (sysCalls().fstat(fd, &id) != 0) return fail("fstat", errno, name);
+        // The root directory mounted inside the tree: nothing of it is removed.
+        if (isRootDir(id))
+            return failWith("refusing to remove the root directory, mounted in the tree as \"" +
+                            name + "\"");
         m_levels.emplace_back(name, id);
         m_cur = std::move(sub);
         return true;
@@ -237,9 +241,12 @@ class TreeRemover {
         fsi::logSysFailure(&m_log, op, what.c_str(), err);
         return false;
     }
-    bool failWith(const char* reason) {
-        fsi::logFailure(&m_log, "deleteTree", m_root.c_str(), reason);
+    bool failWith(const std::string& reason) {
+        fsi::logFailure(&m_log, "deleteTree", m_root.c_str(), reason.c_str());
         return false;
+    }
+    bool isRootDir(const struct stat& st) const {
+        return m_haveRootDir && fsi::sameFile(st, m_rootDir);
     }
 
     LogBase& m_log;
@@ -247,6 +254,8 @@ class TreeRemover {
     OrvaneHandle m_parent;  // the root's parent, held for the whole walk
     OrvaneHandle m_cur;     // the directory being emptied
     std::vector<Level> m_levels;
+    struct stat m_rootDir {};  // the file system's root, never to be removed or entered
+    bool m_haveRootDir = false;
 };
 
 }  // namespace

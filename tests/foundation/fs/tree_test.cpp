@@ -112,11 +112,14 @@ TEST_F(TreeTest, ADropBoxParentIsEnough) {
 TEST_F(TreeTest, RefusesTheRootAndDotPathsRemovingNothing) {
     fs::create_directories(path("a/b"));
     writeFile("a/b/f", "x");
+    fs::create_directories(path("t/mnt"));
+    writeFile("t/mnt/f", "x");
     const char* refused[] = {"/",    "//",    "///",   "/.",      "/..",      "/./",     "/../",
                              ".",    "..",    "./",    "../",     ".//",      "a/..",    "a/.",
                              "a/./", "a/../", "/a/..", "/a/b/..", "a/b/../.", "a/b/..//"};
     static const std::string* s_alias;  // the directory that stat("/") answers for
     const std::string alias = runningAsRoot() ? "/a" : path("a");
+    const std::string tree = runningAsRoot() ? "/t" : path("t"), mounted = tree + "/mnt";
     s_alias = &alias;
     const int failures = inJailRefusingRemovals(dir(), [&](const int& removals) {
         int bad = 0;
@@ -135,10 +138,13 @@ TEST_F(TreeTest, RefusesTheRootAndDotPathsRemovingNothing) {
             return realSysCalls().stat(std::string(p) == "/" ? s_alias->c_str() : p, st);
         };
         check(alias.c_str());
+        // ... and mounted inside the tree to remove: it is not entered, nothing in it goes.
+        s_alias = &mounted;
+        check(tree.c_str());
         return bad;
     });
     EXPECT_EQ(failures, 0);
-    EXPECT_EQ(readFile(path("a/b/f")), "x");
+    EXPECT_EQ(readFile(path("a/b/f")) + readFile(path("t/mnt/f")), "xx");
 }
 
 // 100,000 levels under a limit of 64 descriptors, with files and links out of the tree on
