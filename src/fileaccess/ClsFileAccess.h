@@ -63,7 +63,7 @@ class Markers;
 /// for the whole call; `fileType`, `readShortcut` and `parseableShortcut` touch nothing of the
 /// object and need no lock.
 class FA_API ClsFileAccess : public ClsBase {
-public:
+  public:
     /// An object with no current file. `get_EndOfFile` and `get_LockFileOnOpen` are false,
     /// `get_FileOpenError` 0, `get_FileOpenErrorMsg` empty and the record scan offset 0.
     ClsFileAccess();
@@ -132,8 +132,8 @@ public:
     /// current file, clears `get_EndOfFile` and resets the scan offset; it leaves
     /// `get_FileOpenError` 0 and `get_FileOpenErrorMsg` empty, and logs the error
     /// "Not implemented for Linux.".
-    bool FileOpen(XString& path, uint64_t accessMode, uint64_t shareMode, uint64_t createDisposition,
-                  uint64_t attributes);
+    bool FileOpen(XString& path, uint64_t accessMode, uint64_t shareMode,
+                  uint64_t createDisposition, uint64_t attributes);
     /// Closes the current file, if one is open, and clears `get_EndOfFile`. The open-error code and
     /// message, `get_LockFileOnOpen` and the record scan offset keep their values.
     void FileClose();
@@ -220,10 +220,12 @@ public:
     /// A directory or a missing path fails, with a line such as
     /// `unlink "/x" failed: No such file or directory`.
     bool FileDelete(XString& path);
-    /// Copies the regular file `from` to `to`, which gets `from`'s permission bits; with
+    /// Copies the regular file `from` to `to`, which gets `from`'s permission bits (an existing
+    /// `to` of another owner, which the caller may not change, keeps its own); with
     /// `failIfExists` true the copy fails when `to` exists. The bytes go to a new file beside `to`
-    /// that replaces it only when complete, so a failure leaves an existing `to` as it was; a `to`
-    /// that is a symbolic link stays one (the file it names gets the bytes). Special files are
+    /// that replaces it only when complete, so a failure leaves an existing `to` as it was, and an
+    /// existing `to` keeps its owner, group and extended attributes; a `to` that is a symbolic link
+    /// stays one (the file it names gets the bytes). Special files are
     /// refused. Logs "FromFile" and "ToFile", and on failure the error "Failed to copy file" after
     /// the layer's reason.
     bool FileCopy(XString& from, XString& to, bool failIfExists);
@@ -247,8 +249,9 @@ public:
     bool DirDelete(XString& dir);
     /// Removes the directory `dir` with everything under it, never following a symbolic link: a
     /// link in the tree, or `dir` itself when it is one, is removed as a link. Refuses the root
-    /// directory and a path whose last part is "." or "..", removing nothing. True when all of it
-    /// is gone. Ends with a success/failure line.
+    /// directory and a path whose last part is "." or "..", removing nothing, and stops at the root
+    /// directory mounted inside the tree without entering it. True when all of it is gone. Ends
+    /// with a success/failure line.
     bool TreeDelete(XString& dir);
     /// What `path` names, symbolic links followed. 0 nothing (a dangling link included), 1 a
     /// regular file, 2 a directory, 4 anything else (device, FIFO, socket), -1 when it cannot be
@@ -306,11 +309,11 @@ public:
 
     /// Replaces `out` with the whole content of the regular file at `path`; true on success. On
     /// failure `out` is unchanged and the log holds the layer's reason; anything but a regular file
-    /// (directory, FIFO, device) is refused without being read.
+    /// (directory, FIFO, device) is refused without being opened.
     bool ReadEntireFile(XString& path, DataBuffer& out);
     /// Makes the file at `path` hold exactly the bytes of `data`, creating it when missing (missing
-    /// directories are not created). An existing file keeps its owner, group and permission bits,
-    /// and a failed write leaves it as it was; special files are refused.
+    /// directories are not created). An existing file keeps its owner, group, permission bits and
+    /// extended attributes, and a failed write leaves it as it was; special files are refused.
     bool WriteEntireFile(XString& path, DataBuffer& data);
     /// Replaces `out` with the text of the file at `path` decoded from the charset named `charset`.
     /// A leading byte-order mark of that charset is dropped; a mark of another charset is taken as
@@ -392,9 +395,10 @@ public:
     /// parts are named as `SplitFile` names them with `prefix` and `splitExtension`, and are joined
     /// from part 1 up to the first missing number. True when part 1 exists and every part was
     /// copied. False when part 1 is missing (the output is then left empty), a part is no regular
-    /// file or is the output itself (error "The output file is part file ..."; both checked before
-    /// the output is touched), or the output cannot be created or a copy fails. Logs the four
-    /// arguments and a success/failure line.
+    /// file or is the output itself, or the output does not exist yet and would be made where
+    /// the first missing part belongs, joining the set (error "The output file is part file ...";
+    /// all checked before the output is touched, nothing created then), or the output cannot be
+    /// created or a copy fails. Logs the four arguments and a success/failure line.
     bool ReassembleFile(XString& srcDirPath, XString& prefix, XString& splitExtension,
                         XString& outFilePath);
     /// True when the files at `path1` and `path2` are regular files of the same size holding the
@@ -411,11 +415,11 @@ public:
     /// charset named `charset` (UTF-8 for a name the charset layer does not know), unless the file
     /// has at least 4 bytes and begins with FF FE (UTF-16LE), FE FF (UTF-16BE) or 00 00 FE FF
     /// (UTF-32BE); the mark stays in the file. A file without an occurrence is not rewritten;
-    /// otherwise a failed rewrite leaves it as it was, and it keeps its owner, group and mode. -1
-    /// also for an empty `str1` ("str1 is empty."), a string the encoding cannot hold
-    /// ("Unable to get str1 in specified charset.", likewise for str2) and more than 2,147,483,647
-    /// occurrences. Logs "n" (the count, or -1) and a success/failure line, except when the file
-    /// cannot be read at all.
+    /// otherwise a failed rewrite leaves it as it was, and it keeps its owner, group, mode and
+    /// extended attributes. -1 also for an empty `str1` ("str1 is empty."), a string the encoding
+    /// cannot hold ("Unable to get str1 in specified charset.", likewise for str2) and more than
+    /// 2,147,483,647 occurrences. Logs "n" (the count, or -1) and a success/failure line, except
+    /// when the file cannot be read at all.
     int ReplaceStrings(XString& path, XString& charset, XString& str1, XString& str2);
     /// Empties `out`, then makes the identifier of block `index` in it. The identifier is the index
     /// in decimal, left-filled with "0" to exactly `length` characters (the zeros go before a minus
@@ -466,8 +470,8 @@ public:
     /// reaches the caller. Reads the file in large blocks, so a record costs no system call. With
     /// verbose logging the arguments are logged once and "numFragments" at the end; no
     /// success/failure line.
-    int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker,
-                      XString& endMarker, XString& charset,
+    int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker, XString& endMarker,
+                      XString& charset,
                       const std::function<bool(const XString& fragment)>& onFragment);
     /// Reads the strings of the Windows shortcut (.lnk) file at `path` into `info`. Trailing white
     /// space of `path` is dropped and ".lnk" appended when it does not end in it. Each of the five
@@ -486,7 +490,7 @@ public:
     /// lock and writes only into `log`.
     static bool parseableShortcut(XString& path, LogBase& log);
 
-private:
+  private:
     // Private steps of the methods above, by subsystem, go here.
 
     // --- the current file: opening, closing, reading and writing ---

@@ -88,8 +88,7 @@ bool copyPart(_ovDataSource& src, _ovOutput& out, unsigned char* buf, unsigned b
 // Before anything is written: every part the split will make may be written, and none is
 // the input under another name (it would be emptied before it was read).
 bool partsAreWritable(const XString& destDir, const XString& prefix, const StringBuffer& ext,
-                      long long partSize, long long fileSize, const FileId& input,
-                      LogBase& log) {
+                      long long partSize, long long fileSize, const FileId& input, LogBase& log) {
     if (fileSize < 1) return true;
     const long long numParts = (fileSize - 1) / partSize + 1;
     XString partPath;
@@ -102,8 +101,8 @@ bool partsAreWritable(const XString& destDir, const XString& prefix, const Strin
             return false;
         }
         if (exists && id == input) {
-            std::string line = std::string("Part file \"") + partPath.getUtf8() +
-                               "\" is the file being split.";
+            std::string line =
+                std::string("Part file \"") + partPath.getUtf8() + "\" is the file being split.";
             log.LogError(line.c_str());
             return false;
         }
@@ -181,7 +180,9 @@ void logOutputIsPart(const XString& partPath, LogBase& log) {
 }
 
 // Before the output is emptied: every part of the set is a regular file, and none is the
-// output under another name (it would be emptied, or joined into itself without end).
+// output under another name (it would be emptied, or joined into itself without end). An
+// output that does not exist yet must not be where the next part number would be: made
+// there, it would join the set, and the next join of the set would take it in.
 bool partsAreReadable(const XString& srcDir, const XString& prefix, const StringBuffer& ext,
                       const XString& outFilePath, std::vector<FileId>& parts, LogBase& log) {
     bool outExists = false;
@@ -193,7 +194,11 @@ bool partsAreReadable(const XString& srcDir, const XString& prefix, const String
         bool exists = false;
         FileId id;
         if (!FileSys::regularFileId(partPath, exists, id, &log)) return false;
-        if (!exists) return true;
+        if (!exists) {
+            if (outExists || !FileSys::sameDirectoryEntry(outFilePath, partPath)) return true;
+            logOutputIsPart(partPath, log);
+            return false;
+        }
         if (outExists && id == out) {
             logOutputIsPart(partPath, log);
             return false;
@@ -202,26 +207,26 @@ bool partsAreReadable(const XString& srcDir, const XString& prefix, const String
     }
 }
 
-// Appends parts 1, 2, ... to the output until the first part that cannot be opened. The
-// open of part 1 reports into the method's log (its absence is the failure); later opens
-// only probe for the end of the set, so their complaints go into a scratch log. A part that
-// turns out to be the output (made so after the check above) ends the join as a failure.
+// Appends the parts counted by the check above to the output, each only if it is still the
+// file that was checked. Without any part, the open of part 1 reports why.
 bool joinParts(const XString& srcDir, const XString& prefix, const StringBuffer& ext,
-               const FileId& outId, _ovOutput& out, LogBase& log) {
+               const std::vector<FileId>& parts, _ovOutput& out, LogBase& log) {
     XString partPath;
-    for (int partNum = 1;; ++partNum) {
-        buildPartPath(srcDir, prefix, partNum, ext, partPath);
+    for (size_t i = 0; i < parts.size() || i == 0; ++i) {
+        buildPartPath(srcDir, prefix, static_cast<int>(i + 1), ext, partPath);
         _ovFileDataSource part;
-        _ovLogger probeLog;
-        if (!part.openDataSourceFile(partPath, partNum == 1 ? log : probeLog)) return partNum > 1;
-        if (part.fileId() == outId) {
-            logOutputIsPart(partPath, log);
+        if (!part.openDataSourceFile(partPath, log)) return false;
+        if (i >= parts.size() || part.fileId() != parts[i]) {
+            std::string line = std::string("Part file \"") + partPath.getUtf8() +
+                               "\" changed while the parts were joined.";
+            log.LogError(line.c_str());
             return false;
         }
         part.m_readAhead = false;
         long long count = 0;
         if (!part.copyToOutputPM(out, count, nullptr, log)) return false;
     }
+    return true;
 }
 
 bool reassembleFile(const XString& srcDirPath, const XString& prefix, const XString& splitExtension,
@@ -234,11 +239,11 @@ bool reassembleFile(const XString& srcDirPath, const XString& prefix, const XStr
 
     std::vector<FileId> parts;
     if (!partsAreReadable(srcDirPath, prefix, ext, outFilePath, parts, log)) return false;
+    // The output is never one of the parts: the open refuses a file that is one, so that a
+    // part swapped in after the check is not emptied either.
     OutputPtr out(OutputFile::createFileUtf8(outFilePath.getUtf8(), log, &parts));
     if (!out) return false;
-    FileId outId;
-    if (!out->fileHandle()->fileId(outId, &log)) return false;
-    return joinParts(srcDirPath, prefix, ext, outId, *out, log);
+    return joinParts(srcDirPath, prefix, ext, parts, *out, log);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // FIFOs, device nodes and sockets under every method that reads or writes content by path:
-// each call is refused at once with a line naming the path and what it is, and the special
-// file stays what it was. The current file's opens keep their meaning but never block.
+// each call is refused at once, without opening it, with a line naming the path passed and
+// what it is, and the special file stays what it was. The current file's opens keep their
+// meaning but never block.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -8,8 +9,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -18,11 +20,41 @@
 #include <thread>
 
 #include "fileaccess/LogProbe.h"
+#include "foundation/fs/SysCalls.h"
 #include "support/SysCallOverride.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+
+// Every call must answer within this time; one that blocks ends the run with a line naming it.
+constexpr unsigned kCallSeconds = 3;
+const char* g_call = "";
+
+void onAlarm(int) {
+    const char line[] = "\nThis call did not answer in time: ";
+    (void)!write(2, line, sizeof line - 1);
+    (void)!write(2, g_call, std::strlen(g_call));
+    (void)!write(2, "\n", 1);
+    _exit(1);
+}
+
+template <class Call>
+auto bounded(const char* what, Call call) {
+    g_call = what;
+    alarm(kCallSeconds);
+    auto result = call();
+    alarm(0);
+    return result;
+}
+
+// Opens of the special file, by any of the names it is given (through the system-call table).
+std::string g_watched[2];
+int g_watchedOpens = 0;
+int countingOpen(const char* p, int flags, mode_t mode) {
+    g_watchedOpens += p == g_watched[0] || p == g_watched[1];
+    return realSysCalls().open(p, flags, mode);
+}
 
 struct Special {
     const char* kind;  // as the refusal names it
@@ -31,13 +63,14 @@ struct Special {
 
 class SpecialFileTest : public FileAccessTest {
   protected:
-    // A call that blocks ends the test run with SIGALRM instead of hanging it.
     void SetUp() override {
         FileAccessTest::SetUp();
-        alarm(60);
+        std::signal(SIGALRM, onAlarm);
     }
     void TearDown() override {
         alarm(0);
+        std::signal(SIGALRM, SIG_DFL);
+        sysCalls() = realSysCalls();
         FileAccessTest::TearDown();
     }
 
@@ -71,22 +104,29 @@ TEST_F(SpecialFileTest, ContentMethodsRefuseThemAtOnce) {
     const std::string plain = writeFile("plain", "some bytes"), parts = path("parts");
     ASSERT_TRUE(fs::create_directory(parts));
     writeFile("parts/q1.x", "part one");
+    sysCalls().open = countingOpen;
     for (const Special& sp : specials) {
         // Named so that it is also part 1 of the set "s" / "x" in the test directory.
-        const std::string special = path("s1.x");
+        const std::string special = path("s1.x"), viaLink = path("link");
         fs::remove(special);
+        fs::remove(viaLink);
+        fs::create_symlink(special, viaLink);
+        g_watched[0] = special;
+        g_watched[1] = viaLink;
         if (!make(sp.type, special)) {
             // Only a device node needs privileges.
             EXPECT_TRUE(sp.type == S_IFCHR && !runningAsRoot())
                 << sp.kind << ": " << strerror(errno);
             continue;
         }
-        XString s = X(special), f = X(plain), d = X(dir()), pd = X(parts), copy = X(path("copy")),
-                cs("utf-8"), out, pre("s"), q("q"), ext("x"), text("text");
+        XString s = X(special), l = X(viaLink), f = X(plain), d = X(dir()), pd = X(parts),
+                copy = X(path("copy")), cs("utf-8"), out, pre("s"), q("q"), ext("x"), text("text");
         DataBuffer data;
+        // The line names the path passed: the special file, or the link to it.
         const struct {
             const char* name;
             std::function<bool()> call;
+            std::string named = "";
         } methods[] = {
             {"ReadEntireFile", [&] { return fa.ReadEntireFile(s, data); }},
             {"ReadEntireTextFile", [&] { return fa.ReadEntireTextFile(s, cs, out); }},
@@ -115,14 +155,28 @@ TEST_F(SpecialFileTest, ContentMethodsRefuseThemAtOnce) {
             {"FileContentsEqual first", [&] { return fa.FileContentsEqual(s, f); }},
             {"FileContentsEqual second", [&] { return fa.FileContentsEqual(f, s); }},
             {"FileContentsEqual both", [&] { return fa.FileContentsEqual(s, s); }},
+            {"FileCopy onto it, failing if it exists", [&] { return fa.FileCopy(f, s, true); }},
+            {"ReadEntireFile through a link", [&] { return fa.ReadEntireFile(l, data); }, viaLink},
+            {"ReplaceStrings through a link",
+             [&] { return fa.ReplaceStrings(l, cs, text, out) != -1; }, viaLink},
+            {"WriteEntireFile through a link", [&] { return fa.WriteEntireFile(l, data); },
+             viaLink},
+            {"WriteEntireTextFile through a link",
+             [&] { return fa.WriteEntireTextFile(l, text, cs, false); }, viaLink},
+            {"FileCopy onto it through a link", [&] { return fa.FileCopy(f, l, false); }, viaLink},
+            {"FileCopy onto it through a link, failing if it exists",
+             [&] { return fa.FileCopy(f, l, true); }, viaLink},
         };
         for (const auto& m : methods) {
             SCOPED_TRACE(std::string(m.name) + " on " + sp.kind);
-            EXPECT_CALL_FAILS(fa, m.call());
-            const std::string refusal =
-                "\"" + special + "\" failed: it is " + sp.kind + ", not a regular file";
+            g_watchedOpens = 0;
+            EXPECT_CALL_FAILS(fa, bounded(m.name, m.call));
+            EXPECT_EQ(g_watchedOpens, 0) << "opened before it was refused";
+            const std::string refusal = "\"" + (m.named.empty() ? special : m.named) +
+                                        "\" failed: it is " + sp.kind + ", not a regular file";
             EXPECT_NE(lastLog(fa).find(refusal), std::string::npos) << lastLog(fa);
             EXPECT_EQ(typeOf(special), sp.type);
+            EXPECT_EQ(fs::read_symlink(viaLink), special);
         }
         EXPECT_EQ(readFile(plain) + readFile(parts + "/q1.x") + readFile(path("copy")),
                   "some bytespart one<missing>");
@@ -144,24 +198,25 @@ TEST_F(SpecialFileTest, CurrentFileOpensNeverBlock) {
         std::string path;
         int code;  // the open-error code; 0 when it opens
     } cases[] = {
-        {&ClsFileAccess::OpenForRead, fifo, 0},      {&ClsFileAccess::OpenForReadWrite, fifo, 0},
-        {&ClsFileAccess::OpenForWrite, fifo, 10},    {&ClsFileAccess::OpenForAppend, fifo, 10},
-        {&ClsFileAccess::OpenForRead, sock, 10},     {&ClsFileAccess::OpenForWrite, sock, 10},
-        {&ClsFileAccess::OpenForRead, dev, 0},       {&ClsFileAccess::OpenForWrite, dev, 0},
+        {&ClsFileAccess::OpenForRead, fifo, 0},   {&ClsFileAccess::OpenForReadWrite, fifo, 0},
+        {&ClsFileAccess::OpenForWrite, fifo, 10}, {&ClsFileAccess::OpenForAppend, fifo, 10},
+        {&ClsFileAccess::OpenForRead, sock, 10},  {&ClsFileAccess::OpenForWrite, sock, 10},
+        {&ClsFileAccess::OpenForRead, dev, 0},    {&ClsFileAccess::OpenForWrite, dev, 0},
     };
     for (const auto& c : cases) {
         if (c.path == dev && !haveDevice) continue;
         SCOPED_TRACE(c.path + " code " + std::to_string(c.code));
         XString p = X(c.path);
-        EXPECT_EQ((fa.*c.open)(p), c.code == 0) << lastLog(fa);
+        EXPECT_EQ(bounded("an open", [&] { return (fa.*c.open)(p); }), c.code == 0) << lastLog(fa);
         EXPECT_EQ(fa.get_FileOpenError(), c.code);
         fa.FileClose();
     }
     // Without a writer the FIFO reads as ended; with one, reads wait for its data as usual.
     XString p = X(fifo);
-    ASSERT_CALL_OK(fa, fa.OpenForRead(p));
+    ASSERT_CALL_OK(fa, bounded("OpenForRead", [&] { return fa.OpenForRead(p); }));
     DataBuffer got;
-    EXPECT_TRUE(fa.FileRead(16, got) && got.getSize() == 0 && fa.get_EndOfFile());
+    EXPECT_TRUE(bounded("FileRead", [&] { return fa.FileRead(16, got); }) && got.getSize() == 0 &&
+                fa.get_EndOfFile());
     std::promise<void> writerOpen;
     std::thread writer([&] {
         int fd = open(fifo.c_str(), O_WRONLY);
@@ -170,8 +225,8 @@ TEST_F(SpecialFileTest, CurrentFileOpensNeverBlock) {
         EXPECT_EQ(write(fd, "hello", 5), 5);
         close(fd);
     });
-    writerOpen.get_future().wait();
-    EXPECT_CALL_OK(fa, fa.FileRead(5, got));
+    bounded("the writer's open", [&] { return writerOpen.get_future().wait(), true; });
+    EXPECT_CALL_OK(fa, bounded("FileRead with a writer", [&] { return fa.FileRead(5, got); }));
     writer.join();
     EXPECT_EQ(bytesOf(got), "hello");
 }

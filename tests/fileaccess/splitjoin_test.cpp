@@ -155,6 +155,7 @@ TEST_F(SplitJoinTest, APartThatIsTheInputOrOutputIsRefused) {
     fs::create_hard_link(in, d + "/p2.bin");
     fs::create_symlink(d + "/q2.bin", path("toPart2"));
     fs::create_hard_link(d + "/q3.bin", path("linkedPart3"));
+    fs::create_symlink(d + "/q4.bin", path("toPart4"));
     const struct {
         const char* what;
         std::function<bool()> call;
@@ -164,12 +165,16 @@ TEST_F(SplitJoinTest, APartThatIsTheInputOrOutputIsRefused) {
          [&] { return split(d + "/q1.bin", "q", "bin", 3, d); }, "is the file being split."},
         {"split whose second part is its input", [&] { return split(in, "p", "bin", 300, d); },
          "is the file being split."},
-        {"join into its first part", [&] { return join(d, "q", "bin", d + "/q1.bin"); },
-         "itself."},
+        {"join into its first part", [&] { return join(d, "q", "bin", d + "/q1.bin"); }, "itself."},
         {"join through a link to a part", [&] { return join(d, "q", "bin", path("toPart2")); },
          "itself."},
         {"join into a second name of a part",
          [&] { return join(d, "q", "bin", path("linkedPart3")); }, "itself."},
+        // Made there, the output would become a fourth part of the set.
+        {"join into the next part, not there yet",
+         [&] { return join(d, "q", "bin", path("d/../d/q4.bin")); }, "itself."},
+        {"join through a link to the next part",
+         [&] { return join(d, "q", "bin", path("toPart4")); }, "itself."},
     };
     const std::string before = listing(d);
     for (const auto& c : cases) {

@@ -39,7 +39,9 @@ bool injected(SysCallOverride::Call c) {
     return false;
 }
 
-size_t limit(size_t n) { return g.maxTransfer ? std::min(n, g.maxTransfer) : n; }
+size_t limit(size_t n) {
+    return g.maxTransfer ? std::min(n, g.maxTransfer) : n;
+}
 
 // Alternates: every transfer attempt is interrupted once, the retry goes through.
 bool interruptNow() {
@@ -65,7 +67,9 @@ ssize_t wWrite(int fd, const void* b, size_t n) {
     if (injected(SysCallOverride::Write) || interruptNow()) return -1;
     return realSysCalls().write(fd, b, limit(n));
 }
-int wFsync(int fd) { return injected(SysCallOverride::Fsync) ? -1 : realSysCalls().fsync(fd); }
+int wFsync(int fd) {
+    return injected(SysCallOverride::Fsync) ? -1 : realSysCalls().fsync(fd);
+}
 int wRename(const char* a, const char* b) {
     return injected(SysCallOverride::Rename) ? -1 : realSysCalls().rename(a, b);
 }
@@ -99,6 +103,19 @@ int wSymlink(const char* target, const char* link) {
     return injected(SysCallOverride::Symlink) ? -1 : realSysCalls().symlink(target, link);
 }
 
+ssize_t wFlistxattr(int fd, char* names, size_t size) {
+    if (injected(SysCallOverride::Flistxattr)) return -1;
+    return realSysCalls().flistxattr(fd, names, size);
+}
+ssize_t wFgetxattr(int fd, const char* name, void* value, size_t size) {
+    if (injected(SysCallOverride::Fgetxattr)) return -1;
+    return realSysCalls().fgetxattr(fd, name, value, size);
+}
+int wFsetxattr(int fd, const char* name, const void* value, size_t size, int flags) {
+    if (injected(SysCallOverride::Fsetxattr)) return -1;
+    return realSysCalls().fsetxattr(fd, name, value, size, flags);
+}
+
 }  // namespace
 
 SysCallOverride::SysCallOverride() {
@@ -122,6 +139,9 @@ SysCallOverride::SysCallOverride() {
     t.fchmod = wFchmod;
     t.futimens = wFutimens;
     t.symlink = wSymlink;
+    t.flistxattr = wFlistxattr;
+    t.fgetxattr = wFgetxattr;
+    t.fsetxattr = wFsetxattr;
 }
 
 SysCallOverride::~SysCallOverride() {
@@ -133,11 +153,15 @@ void SysCallOverride::failNth(Call which, int nth, int err, bool sticky) {
     g.rules[which].push_back({g.count[which] + nth, err, sticky});
 }
 
-void SysCallOverride::limitTransfers(size_t maxBytes) { g.maxTransfer = maxBytes; }
+void SysCallOverride::limitTransfers(size_t maxBytes) {
+    g.maxTransfer = maxBytes;
+}
 
 void SysCallOverride::interruptEveryTransfer(bool on) {
     g.interrupt = on;
     g.interruptedLast = false;
 }
 
-int SysCallOverride::calls(Call which) const { return g.count[which]; }
+int SysCallOverride::calls(Call which) const {
+    return g.count[which];
+}

@@ -9,9 +9,28 @@
 #include <cstddef>
 
 class SysCallOverride {
-public:
-    enum Call { Open, Read, Pread, Write, Fsync, Rename, Ftruncate, Flock, CopyFileRange, Unlink,
-                Lstat, Fchown, Fchmod, Futimens, Symlink, kCallCount };
+  public:
+    enum Call {
+        Open,
+        Read,
+        Pread,
+        Write,
+        Fsync,
+        Rename,
+        Ftruncate,
+        Flock,
+        CopyFileRange,
+        Unlink,
+        Lstat,
+        Fchown,
+        Fchmod,
+        Futimens,
+        Symlink,
+        Flistxattr,
+        Fgetxattr,
+        Fsetxattr,
+        kCallCount
+    };
 
     SysCallOverride();
     ~SysCallOverride();

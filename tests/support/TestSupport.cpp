@@ -2,12 +2,14 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <fstream>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <random>
 #include <sstream>
 
+#include <grp.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,8 +29,8 @@ void TempDirTest::SetUp() {
     fs::path base = (tmp && *tmp) ? fs::path(tmp) : fs::temp_directory_path();
     std::random_device rd;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        fs::path candidate = base / ("fa-test-" + std::to_string(getpid()) + "-" +
-                                     std::to_string(rd()));
+        fs::path candidate =
+            base / ("fa-test-" + std::to_string(getpid()) + "-" + std::to_string(rd()));
         std::error_code ec;
         if (fs::create_directory(candidate, ec)) {
             m_dir = fs::canonical(candidate).string();
@@ -78,9 +80,13 @@ DataBuffer bufferOf(const std::string& bytes) {
     return db;
 }
 
-bool runningAsRoot() { return geteuid() == 0; }
+bool runningAsRoot() {
+    return geteuid() == 0;
+}
 
-std::string testDataPath(const std::string& name) { return std::string(FA_TEST_DATA_DIR) + "/" + name; }
+std::string testDataPath(const std::string& name) {
+    return std::string(FA_TEST_DATA_DIR) + "/" + name;
+}
 
 int inChildProcess(const std::function<int()>& body) {
     std::fflush(nullptr);
@@ -91,6 +97,17 @@ int inChildProcess(const std::function<int()>& body) {
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+int inChildAsUser(unsigned uid, unsigned gid, const std::function<int()>& body) {
+    return inChildProcess([&] {
+        if (setgroups(0, nullptr) != 0 || setgid(gid) != 0 || setuid(uid) != 0) return 100;
+        return body();
+    });
+}
+
+bool userCanReach(unsigned uid, unsigned gid, const std::string& dir) {
+    return inChildAsUser(uid, gid, [&] { return access(dir.c_str(), X_OK) == 0 ? 0 : 1; }) == 0;
 }
 
 int inJailRefusingRemovals(const std::string& root,
@@ -109,13 +126,20 @@ int inJailRefusingRemovals(const std::string& root,
     });
 }
 
-std::string makeDirOnOtherDevice(const std::string& near) {
+std::string makeDirOnOtherDevice(const std::string& near, std::string* why) {
     char tmpl[] = "/dev/shm/fa-test-XXXXXX";
-    struct stat here {}, there {};
-    if (stat(near.c_str(), &here) != 0 || !mkdtemp(tmpl)) return "";
-    if (stat(tmpl, &there) != 0 || there.st_dev == here.st_dev) {
+    struct stat here = {}, there = {};
+    std::string reason;
+    if (stat(near.c_str(), &here) != 0) {
+        reason = "cannot stat " + near + ": " + std::strerror(errno);
+    } else if (!mkdtemp(tmpl)) {
+        reason = std::string("cannot make a directory in /dev/shm: ") + std::strerror(errno);
+    } else if (stat(tmpl, &there) != 0 || there.st_dev == here.st_dev) {
+        reason = "/dev/shm is on the same device as " + near;
         rmdir(tmpl);
-        return "";
+    } else {
+        return tmpl;
     }
-    return tmpl;
+    if (why) *why = reason;
+    return "";
 }

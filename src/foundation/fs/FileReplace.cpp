@@ -73,7 +73,7 @@ bool placeScratch(OrvaneHandle& scratch, const std::string& scratchPath, const c
 }
 
 class Replacement {
-public:
+  public:
     Replacement(const ReplaceRequest& req, const ContentWriter& write, LogBase* log)
         : m_req(req), m_write(write), m_log(log) {}
 
@@ -81,14 +81,13 @@ public:
         struct stat st;
         if (m_req.failIfExists && sysCalls().lstat(m_req.path, &st) == 0) {
             m_target = m_req.path;
-            return sysFail("create", EEXIST);
+            return refuseExisting(st);
         }
-        bool followed = false;
-        m_target = followLinks(m_req.path, followed);
+        m_target = followLinks(m_req.path, m_followed);
         m_dir = parentDirOf(m_target);
         if (sysCalls().stat(m_target.c_str(), &st) != 0) {
             if (errno != ENOENT) return sysFail("stat", errno);
-            if (followed && m_req.refuseDanglingLink)
+            if (m_followed && m_req.refuseDanglingLink)
                 return fail("it is a symbolic link to a file that does not exist");
             return writeNewFile();
         }
@@ -98,15 +97,22 @@ public:
         return replaceByRename();
     }
 
-private:
+  private:
+    // Something is at a path that must be free: a special file is named for what it is, as
+    // every other refusal of one does (a link is looked through for that).
+    bool refuseExisting(const struct stat& found) {
+        struct stat st = found;
+        if (S_ISLNK(st.st_mode) && sysCalls().stat(m_req.path, &st) != 0) st = found;
+        if (S_ISREG(st.st_mode) || S_ISDIR(st.st_mode) || S_ISLNK(st.st_mode))
+            return sysFail("create", EEXIST);
+        return notRegular(st.st_mode);
+    }
+
     // Checks what is at the path and opens it for writing, which is what decides whether
     // the caller may replace it.
     bool openOldFile(const struct stat& st) {
         if (S_ISDIR(st.st_mode)) return sysFail(m_req.op, EISDIR);
-        if (!S_ISREG(st.st_mode)) {
-            logNotRegular(m_log, m_req.op, m_target.c_str(), st.st_mode);
-            return false;
-        }
+        if (!S_ISREG(st.st_mode)) return notRegular(st.st_mode);
         if (m_req.source && sameFile(*m_req.source, st))
             return fail("source and destination are the same file");
         const int flags = O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
@@ -151,15 +157,19 @@ private:
         OrvaneHandle scratch(fd);
         const mode_t mode = (m_req.source ? *m_req.source : m_old).st_mode & 07777;
         Failure f;
+        const char* attrOp = nullptr;
+        AttributeCopy attrs = AttributeCopy::Done;
         // The owner before the mode: a change of owner clears the set-user-ID and
-        // set-group-ID bits, which the mode then sets again.
+        // set-group-ID bits, which the mode then sets again. The extended attributes (an
+        // access ACL among them) come in between, so that a copy's mode goes over the old
+        // file's ACL as chmod would put it there.
         if (sysCalls().fchown(fd, m_old.st_uid, m_old.st_gid) != 0) {
-            if (errno == EPERM || errno == EINVAL) {
-                scratch.closeHandle();
-                sysCalls().unlink(m_scratch.c_str());
-                return rewriteInPlace();
-            }
+            if (errno == EPERM || errno == EINVAL) return abandonForInPlace(scratch);
             f.set("fchown");
+        } else if ((attrs = copyExtendedAttributes(m_oldFd.fd(), fd, attrOp)) !=
+                   AttributeCopy::Done) {
+            if (attrs == AttributeCopy::NotTaken) return abandonForInPlace(scratch);
+            f.set(attrOp);
         } else if (sysCalls().fchmod(fd, mode) != 0) {
             f.set("fchmod");
         } else {
@@ -171,12 +181,21 @@ private:
         return true;
     }
 
+    // The new file could not be made to match the old one: it goes, and the old one is
+    // rewritten in place, which keeps all it has.
+    bool abandonForInPlace(OrvaneHandle& scratch) {
+        scratch.closeHandle();
+        sysCalls().unlink(m_scratch.c_str());
+        return rewriteInPlace();
+    }
+
     // Owner, group, mode and every hard link stay as they are, since the file does. Its old
     // bytes go to a backup first, which is copied back if the rewrite fails.
     bool rewriteInPlace() {
         if (!m_oldReadable)
-            return fail("it must be rewritten in place, and its old content cannot be read to "
-                        "keep a copy of it meanwhile");
+            return fail(
+                "it must be rewritten in place, and its old content cannot be read to "
+                "keep a copy of it meanwhile");
         OrvaneHandle backup(createBackup());
         if (!backup.isHandleOpen()) return false;
         const int old = m_oldFd.fd();
@@ -197,6 +216,11 @@ private:
             f.set("ftruncate");
         else
             fill(old, backup.fd(), true, f);
+        // A copy takes the source's permission bits in place too, as the renamed copy does,
+        // unless the caller may not set them (another's file), as cp leaves them then.
+        if (!f && m_req.source && sysCalls().fchmod(old, m_req.source->st_mode & 07777) != 0 &&
+            errno != EPERM)
+            f.set("fchmod");
         if (!f) {
             sysCalls().unlink(m_backup.c_str());
             return true;
@@ -214,10 +238,13 @@ private:
 
     int createBackup() {
         const std::string prefix = scratchPrefixFor(m_target);
-        int fd = createUniqueFile(m_dir, prefix, ".old", 0600, m_backup);
-        if (fd < 0 && (errno == EACCES || errno == EPERM))
-            fd = createUniqueFile(systemTempDir(), prefix, ".old", 0600, m_backup);
-        if (fd < 0) sysFailAt("create a backup file in", m_dir, errno);
+        std::string where = m_dir;
+        int fd = createUniqueFile(where, prefix, ".old", 0600, m_backup);
+        if (fd < 0 && (errno == EACCES || errno == EPERM)) {
+            where = systemTempDir();
+            fd = createUniqueFile(where, prefix, ".old", 0600, m_backup);
+        }
+        if (fd < 0) sysFailAt("create a backup file in", where, errno);
         return fd;
     }
 
@@ -238,13 +265,22 @@ private:
             f.set("fsync");
     }
 
-    bool fail(const char* reason) {
-        logFailure(m_log, m_req.op, m_target.c_str(), reason);
+    // Lines name the path the caller passed and, where links were followed from it, the
+    // file they led to.
+    bool fail(const std::string& reason) {
+        std::string line = reason;
+        if (m_followed) line += " (the link leads to \"" + m_target + "\")";
+        logFailure(m_log, m_req.op, m_req.path, line.c_str());
         return false;
     }
     bool sysFail(const char* op, int err) {
-        logSysFailure(m_log, op, m_target.c_str(), err);
+        std::string line = errnoText(err);
+        if (m_followed) line += " (the link leads to \"" + m_target + "\")";
+        logFailure(m_log, op, m_req.path, line.c_str());
         return false;
+    }
+    bool notRegular(mode_t mode) {
+        return fail(std::string("it is ") + kindOfFile(mode) + ", not a regular file");
     }
     bool sysFailAt(const char* op, const std::string& where, int err) {
         logSysFailure(m_log, op, where.c_str(), err);
@@ -258,11 +294,26 @@ private:
     OrvaneHandle m_oldFd;
     struct stat m_old {};
     bool m_oldReadable = true;
+    bool m_followed = false;  // m_target was reached through links from the path passed
 };
 
+// Gives a moved file's copy the original's extended attributes. Those the other file system
+// does not take are left behind with a line saying so; false (errno set) only when the
+// original's cannot be read (op names the call).
+bool keepAttributesOnMove(int in, int out, const char* from, LogBase* log, const char*& op) {
+    const AttributeCopy copied = copyExtendedAttributes(in, out, op);
+    if (copied == AttributeCopy::ReadFailed) return false;
+    if (copied == AttributeCopy::NotTaken && log) {
+        const std::string line = std::string("The extended attributes of \"") + from +
+                                 "\" are not kept at the new place: " + errnoText(errno) + ".";
+        log->LogInfo(line.c_str());
+    }
+    return true;
+}
+
 // A regular file's copy beside `to`, with the source's mode, owner and times, renamed over it.
-bool placeFileCopy(const char* from, const struct stat& src, const char* to,
-                   const std::string& dir, LogBase* log) {
+bool placeFileCopy(const char* from, const struct stat& src, const char* to, const std::string& dir,
+                   LogBase* log) {
     struct stat st;
     OrvaneHandle in(openRegular(from, O_RDONLY | O_NOFOLLOW, 0, st, "move", log));
     if (!in.isHandleOpen()) return false;
@@ -280,12 +331,14 @@ bool placeFileCopy(const char* from, const struct stat& src, const char* to,
     const struct timespec times[2] = {statAccessTime(st), statModTime(st)};
     Failure f;
     long long copied = 0;
-    const char* copyOp = nullptr;
-    if (!copyFdToFd(in.fd(), fd, copied, copyOp))
-        f.set(copyOp);
+    const char *copyOp = nullptr, *attrOp = nullptr;
+    if (!copyFdToFd(in.fd(), fd, copied, copyOp)) f.set(copyOp);
     // A user may not give a file away; it then stays the mover's, as with mv.
     else if (sysCalls().fchown(fd, st.st_uid, st.st_gid) != 0 && errno != EPERM)
         f.set("fchown");
+    // Extended attributes are kept where the other file system takes them, as mv does.
+    else if (!keepAttributesOnMove(in.fd(), fd, from, log, attrOp))
+        f.set(attrOp);
     else if (sysCalls().fchmod(fd, st.st_mode & 07777) != 0)
         f.set("fchmod");
     else if (sysCalls().futimens(fd, times) != 0)

@@ -5,9 +5,10 @@
 // the old one only once it is whole, so that a failure at any step leaves the old file as it
 // was and no scratch file behind. An existing file is first opened for writing, so that the
 // replacement fails exactly where such an open would, and the new file takes over its owner,
-// group and permission bits. Where the owner or group cannot be carried over, where the file
-// has more than one hard link (a rename would split them), or where its directory takes no
-// new file, the file is rewritten in place instead, behind a copy of its old bytes that is
+// group, extended attributes (POSIX ACLs among them on Linux) and permission bits. Where the
+// owner, group or attributes cannot be carried over, where the file has more than one hard
+// link (a rename would split them), or where its directory takes no new file, the file is
+// rewritten in place instead, behind a copy of its old bytes that is
 // put back if the rewrite fails.
 #pragma once
 
@@ -40,7 +41,8 @@ struct ReplaceRequest {
     // was no old file (a replacement is always flushed).
     bool flushNewFile = true;
     // A copy's source: the same file as the destination is refused, and the new file takes
-    // the source's permission bits instead of the old file's.
+    // the source's permission bits instead of the old file's (in place too, where the caller
+    // may set them).
     const struct stat* source = nullptr;
 };
 
@@ -50,7 +52,8 @@ struct ReplaceRequest {
 bool replaceFileContent(const ReplaceRequest& req, const ContentWriter& write, LogBase* log);
 
 // The move of `from` to `to` on another file system: a regular file is copied beside `to`
-// with its permission bits, owner (where it may be kept) and time stamps, flushed, renamed
+// with its permission bits, owner (where it may be kept), extended attributes (where the other
+// file system takes them) and time stamps, flushed, renamed
 // over `to` and only then removed from `from`; a symbolic link arrives as a link with the
 // same target text. `to` is replaced as a name, as rename replaces it.
 bool moveAcrossFileSystems(const char* from, const char* to, LogBase* log);

@@ -22,12 +22,12 @@ constexpr int Unknown = -1;  // could not be determined (other than the path not
 constexpr int None = 0;
 constexpr int File = 1;
 constexpr int Directory = 2;
-constexpr int Symlink = 3;   // only when links are not followed
-constexpr int Other = 4;     // device, FIFO, socket
+constexpr int Symlink = 3;  // only when links are not followed
+constexpr int Other = 4;    // device, FIFO, socket
 }  // namespace PathType
 
 class FileSys {
-public:
+  public:
     // --- existence and type ---
     // True when the path exists (a dangling link counts). unableToCheck is set true when
     // existence cannot be determined (e.g. EACCES on a parent); the answer is then false.
@@ -49,15 +49,22 @@ public:
     // with a line naming what it is. Lets an operation that reads some files and writes
     // others check that no two of them are one file before it touches any.
     static bool regularFileId(const XString& path, bool& exists, FileId& id, LogBase* log);
+    // True when the two paths, each after the symbolic links it ends in are followed, name one
+    // entry of one directory (the directory compared by device and inode, the names as
+    // bytes), whether or not a file is there yet: lets an operation that is about to create
+    // one of them see that it would create the other. False as well when a directory cannot
+    // be reached.
+    static bool sameDirectoryEntry(const XString& a, const XString& b);
 
     // --- copy, move, delete ---
     // Copies a regular file. failIfExists true: fails when `to` exists. The bytes go to a new
     // file beside `to`, renamed over it only once whole, so a failure leaves an existing
     // `to` as it was and nothing new behind. A `to` that is a symbolic link stays one (the
-    // bytes go to the file it names); an existing `to` keeps its owner and group. The copy
-    // has the source's permission bits. Special files are refused at either end.
-    static bool copyFileX(const XString& from, const XString& to, bool failIfExists,
-                          LogBase* log);
+    // bytes go to the file it names); an existing `to` keeps its owner, group and extended
+    // attributes. The copy has the source's permission bits, also when it is made in place,
+    // unless the caller may not set them on another's file. Special files are refused at
+    // either end.
+    static bool copyFileX(const XString& from, const XString& to, bool failIfExists, LogBase* log);
     // rename; between file systems a copy (see moveAcrossFileSystems in FileReplace.h)
     // that is complete and flushed before the original is removed. A symbolic link arrives
     // as a link with the same target text.
@@ -68,7 +75,8 @@ public:
     // Removes the directory and everything under it, never following a symbolic link: a
     // link, in the tree or given as the tree (trailing separators are dropped), is removed
     // as a link. Refuses the root directory however written and a path whose last part is
-    // "." or "..", removing nothing. Keeps a handful of descriptors open whatever the depth,
+    // "." or "..", removing nothing, and stops at the root directory mounted inside the tree
+    // without entering it. Keeps a handful of descriptors open whatever the depth,
     // climbing back up through ".." checked by device and inode, and removes the directory
     // itself through its parent once it has checked that it is still the one it emptied.
     static bool deleteTreeUtf8(const char* dir, FileMatchingSpec& spec, LogBase& log);
@@ -80,8 +88,9 @@ public:
 
     // --- whole files ---
     // Replaces a regular file atomically (new file in the same directory, flushed, renamed;
-    // the old file's owner, group and permission bits kept), or in place behind a backup
-    // where the owner cannot be kept or the file has several hard links (FileReplace.h).
+    // the old file's owner, group, extended attributes and permission bits kept), or in place
+    // behind a backup where the owner or the attributes cannot be kept or the file has several
+    // hard links (FileReplace.h).
     // Fails where an open of the old file for writing would. On failure the old file is as
     // it was and no temporary remains. Links are written through; special files refused.
     static bool writeFileUtf8(const char* path, const DataBuffer& data, LogBase* log);
@@ -102,8 +111,8 @@ public:
     // Writes all n bytes at the handle's position (n may be 0); false when no file is held.
     static bool writeToOpenFile(OrvaneHandle& h, const char* p, unsigned n, LogBase* log);
     // Reads the whole regular file into out (replacing its content) straight into its final
-    // storage; false (out unchanged) on failure. Special files are refused, never opened
-    // in a way that could block.
+    // storage; false (out unchanged) on failure. Special files are refused without being
+    // opened.
     static bool readFileUtf8(const char* path, DataBuffer& out, LogBase* log);
 
     // --- time stamps (UTC) ---

@@ -9,7 +9,9 @@
 
 namespace {
 
-const char* orEmpty(const char* p) { return p ? p : ""; }
+const char* orEmpty(const char* p) {
+    return p ? p : "";
+}
 
 bool statPath(const char* path, bool follow, struct stat& st) {
     return (follow ? sysCalls().stat(path, &st) : sysCalls().lstat(path, &st)) == 0;
@@ -37,7 +39,28 @@ bool statRegular(const char* path, struct stat& st, LogBase* log) {
     return false;
 }
 
+// Where a path leads once the links it ends in are followed: the directory that holds, or
+// would hold, the entry, and the entry's name. False when that directory cannot be reached.
+bool entryOf(const char* path, FileId& dir, std::string& name) {
+    bool followed = false;
+    std::string target = fsi::followLinks(path, followed);
+    while (target.size() > 1 && target.back() == '/') target.pop_back();
+    const size_t slash = target.rfind('/');
+    name = slash == std::string::npos ? target : target.substr(slash + 1);
+    struct stat st;
+    if (sysCalls().stat(fsi::parentDirOf(target).c_str(), &st) != 0) return false;
+    dir = FileId::of(st);
+    return true;
+}
+
 }  // namespace
+
+bool FileSys::sameDirectoryEntry(const XString& a, const XString& b) {
+    FileId dirA, dirB;
+    std::string nameA, nameB;
+    return entryOf(a.getUtf8(), dirA, nameA) && entryOf(b.getUtf8(), dirB, nameB) && dirA == dirB &&
+           nameA == nameB;
+}
 
 bool FileSys::fileExistsUtf8(const char* path, bool& unableToCheck, LogBase* log) {
     unableToCheck = false;
@@ -110,8 +133,7 @@ bool FileSys::regularFileId(const XString& path, bool& exists, FileId& id, LogBa
     return true;
 }
 
-bool FileSys::copyFileX(const XString& from, const XString& to, bool failIfExists,
-                        LogBase* log) {
+bool FileSys::copyFileX(const XString& from, const XString& to, bool failIfExists, LogBase* log) {
     struct stat st;
     OrvaneHandle in(fsi::openRegular(from.getUtf8(), O_RDONLY, 0, st, "copy", log));
     if (!in.isHandleOpen()) return false;

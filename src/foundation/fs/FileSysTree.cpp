@@ -19,6 +19,16 @@
 namespace {
 
 constexpr int kDirOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// The root's parent is only searched and written, never listed: a directory that may not be
+// read (a drop box, mode 0300) must do, as it does for rm. Linux opens it for the *at calls
+// alone; elsewhere O_SEARCH does that where the platform has it.
+#if defined(O_PATH)
+constexpr int kParentOpenFlags = O_PATH | O_DIRECTORY;
+#elif defined(O_SEARCH)
+constexpr int kParentOpenFlags = O_SEARCH | O_DIRECTORY;
+#else
+constexpr int kParentOpenFlags = O_RDONLY | O_DIRECTORY;
+#endif
 // A directory that keeps gaining entries while it is removed is given up on after this many
 // listings.
 constexpr int kMaxPasses = 4;
@@ -52,15 +62,18 @@ bool splitRoot(const std::string& path, std::string& parent, std::string& name,
 }
 
 class TreeRemover {
-public:
+  public:
     TreeRemover(LogBase& log, const char* root) : m_log(log), m_root(root) {}
 
     bool run() {
         std::string parentPath, name;
         const char* reason = nullptr;
         if (!splitRoot(m_root, parentPath, name, reason)) return failWith(reason);
-        m_parent = OrvaneHandle(fsi::openRetry(parentPath.c_str(), O_RDONLY | O_DIRECTORY, 0));
-        if (!m_parent.isHandleOpen()) return fail("open", errno, parentPath);
+        m_parent = OrvaneHandle(fsi::openRetry(parentPath.c_str(), kParentOpenFlags, 0));
+        if (!m_parent.isHandleOpen()) {
+            fsi::logSysFailure(&m_log, "open", parentPath.c_str(), errno);
+            return false;
+        }
         struct stat st;
         if (sysCalls().fstatat(m_parent.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
             return fail("lstat", errno);
@@ -72,22 +85,22 @@ public:
         }
         OrvaneHandle top(openDirAt(m_parent.fd(), name.c_str()));
         if (!top.isHandleOpen()) return fail("open", errno);
-        struct stat opened, rootDir;
+        struct stat opened;
         if (sysCalls().fstat(top.fd(), &opened) != 0) return fail("fstat", errno);
         if (!fsi::sameFile(st, opened)) return failWith("the directory was replaced meanwhile");
         // The root directory under another name (a bind mount, say).
-        if (sysCalls().stat("/", &rootDir) == 0 && fsi::sameFile(opened, rootDir))
-            return failWith("refusing to remove the root directory");
+        m_haveRootDir = sysCalls().stat("/", &m_rootDir) == 0;
+        if (isRootDir(opened)) return failWith("refusing to remove the root directory");
         m_levels.emplace_back(name, opened);
         m_cur = std::move(top);
         return walk();
     }
 
-private:
+  private:
     struct Level {
         Level(std::string n, const struct stat& st) : name(std::move(n)), id(st) {}
-        std::string name;  // in the parent directory
-        struct stat id;    // what was opened under that name
+        std::string name;                  // in the parent directory
+        struct stat id;                    // what was opened under that name
         std::vector<std::string> subdirs;  // listed, not yet entered
         bool listed = false;
         int passes = 0;
@@ -179,6 +192,10 @@ private:
         OrvaneHandle sub(fd);
         struct stat id;
         if (sysCalls().fstat(fd, &id) != 0) return fail("fstat", errno, name);
+        // The root directory mounted inside the tree: nothing of it is removed.
+        if (isRootDir(id))
+            return failWith("refusing to remove the root directory, mounted in the tree as \"" +
+                            name + "\"");
         m_levels.emplace_back(name, id);
         m_cur = std::move(sub);
         return true;
@@ -224,9 +241,12 @@ private:
         fsi::logSysFailure(&m_log, op, what.c_str(), err);
         return false;
     }
-    bool failWith(const char* reason) {
-        fsi::logFailure(&m_log, "deleteTree", m_root.c_str(), reason);
+    bool failWith(const std::string& reason) {
+        fsi::logFailure(&m_log, "deleteTree", m_root.c_str(), reason.c_str());
         return false;
+    }
+    bool isRootDir(const struct stat& st) const {
+        return m_haveRootDir && fsi::sameFile(st, m_rootDir);
     }
 
     LogBase& m_log;
@@ -234,6 +254,8 @@ private:
     OrvaneHandle m_parent;  // the root's parent, held for the whole walk
     OrvaneHandle m_cur;     // the directory being emptied
     std::vector<Level> m_levels;
+    struct stat m_rootDir {};  // the file system's root, never to be removed or entered
+    bool m_haveRootDir = false;
 };
 
 }  // namespace

@@ -2,12 +2,14 @@
 
 #include <sys/file.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <memory>
 #include <random>
+#include <vector>
 
 #include "foundation/base/LogBase.h"
 #include "foundation/fs/OpenErrorCode.h"
@@ -21,7 +23,9 @@ namespace {
 [[maybe_unused]] const char* pickText(int rc, const char* buf) {
     return rc == 0 ? buf : "Unknown error";
 }
-[[maybe_unused]] const char* pickText(const char* text, const char*) { return text; }
+[[maybe_unused]] const char* pickText(const char* text, const char*) {
+    return text;
+}
 
 // Large enough that copy_file_range moves a whole file of any practical size in a few calls,
 // small enough to stay within the 32-bit ssize_t limits some kernels apply.
@@ -29,8 +33,8 @@ constexpr size_t kKernelCopyChunk = size_t{1} << 30;
 constexpr size_t kUserCopyChunk = size_t{1} << 20;
 
 bool kernelCopyUnsupported(int err) {
-    return err == ENOSYS || err == EXDEV || err == EINVAL || err == EOPNOTSUPP ||
-           err == EBADF || err == ETXTBSY || err == EPERM;
+    return err == ENOSYS || err == EXDEV || err == EINVAL || err == EOPNOTSUPP || err == EBADF ||
+           err == ETXTBSY || err == EPERM;
 }
 
 // Calls `call` again for as long as it fails with EINTR (a signal arrived before it did any
@@ -92,14 +96,22 @@ int flushToDevice(int fd) {
 
 const char* kindOfFile(mode_t mode) {
     switch (mode & S_IFMT) {
-        case S_IFREG: return "a regular file";
-        case S_IFDIR: return "a directory";
-        case S_IFIFO: return "a FIFO";
-        case S_IFSOCK: return "a socket";
-        case S_IFCHR: return "a character device";
-        case S_IFBLK: return "a block device";
-        case S_IFLNK: return "a symbolic link";
-        default: return "a special file";
+        case S_IFREG:
+            return "a regular file";
+        case S_IFDIR:
+            return "a directory";
+        case S_IFIFO:
+            return "a FIFO";
+        case S_IFSOCK:
+            return "a socket";
+        case S_IFCHR:
+            return "a character device";
+        case S_IFBLK:
+            return "a block device";
+        case S_IFLNK:
+            return "a symbolic link";
+        default:
+            return "a special file";
     }
 }
 
@@ -112,6 +124,18 @@ void logNotRegular(LogBase* log, const char* op, const char* path, mode_t mode) 
 
 int openRegular(const char* path, int flags, mode_t mode, struct stat& st, const char* op,
                 LogBase* log) {
+    // Refused before it is opened: opening a device can act on it (a tape rewinds, a watchdog
+    // arms), and opening a FIFO releases a writer waiting for a reader. What is not there yet
+    // is left to the open, and a link that must not be followed too.
+    struct stat before;
+    const bool noFollow = (flags & O_NOFOLLOW) != 0;
+    if ((noFollow ? sysCalls().lstat(path, &before) : sysCalls().stat(path, &before)) == 0 &&
+        !S_ISREG(before.st_mode) && !S_ISLNK(before.st_mode)) {
+        logNotRegular(log, op, path, before.st_mode);
+        errno = S_ISDIR(before.st_mode) ? EISDIR : EINVAL;
+        return -1;
+    }
+    // The type is checked again on the descriptor, for a file put in its place meanwhile.
     int fd = openRetry(path, flags | O_NONBLOCK | O_NOCTTY, mode);
     if (fd < 0) {
         int err = errno;
@@ -192,9 +216,8 @@ long long transferFull(void* p, size_t n, Transfer transfer) {
 }  // namespace
 
 long long readFull(int fd, void* p, size_t n) {
-    return transferFull(p, n, [&](char* dest, size_t want, size_t) {
-        return sysCalls().read(fd, dest, want);
-    });
+    return transferFull(
+        p, n, [&](char* dest, size_t want, size_t) { return sysCalls().read(fd, dest, want); });
 }
 
 long long preadFull(int fd, void* p, size_t n, long long off) {
@@ -243,6 +266,85 @@ bool copyFdToFd(int in, int out, long long& copied, const char*& opName) {
         copied += n;
         if (static_cast<size_t>(n) < kUserCopyChunk) return true;
     }
+}
+
+namespace {
+
+bool unsupported(int err) {
+    return err == ENOTSUP || err == EOPNOTSUPP;
+}
+
+// Linux answers ENODATA for an attribute that is not there, Apple platforms ENOATTR.
+bool noSuchAttribute(int err) {
+#if defined(ENOATTR)
+    if (err == ENOATTR) return true;
+#endif
+    return err == ENODATA;
+}
+
+// A list or a value of extended attributes: `get(buf, size)` first asked for the size, then
+// for the bytes, again while they keep growing in between.
+template <class Get>
+bool readSized(Get get, std::string& out) {
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        ssize_t n = get(nullptr, 0);
+        if (n < 0) return false;
+        out.assign(static_cast<size_t>(n), '\0');
+        if (n == 0) return true;
+        n = get(out.data(), out.size());
+        if (n >= 0) {
+            out.resize(static_cast<size_t>(n));
+            return true;
+        }
+        if (errno != ERANGE) return false;
+    }
+    errno = ERANGE;
+    return false;
+}
+
+// The names of fd's extended attributes; none where the file system keeps none.
+bool attributeNames(int fd, std::vector<std::string>& names) {
+    names.clear();
+    std::string list;
+    if (!readSized([&](char* b, size_t n) { return sysCalls().flistxattr(fd, b, n); }, list))
+        return unsupported(errno);
+    for (size_t at = 0; at < list.size();) {
+        const size_t end = list.find('\0', at);
+        const size_t stop = end == std::string::npos ? list.size() : end;
+        if (stop > at) names.push_back(list.substr(at, stop - at));
+        at = stop + 1;
+    }
+    return true;
+}
+
+}  // namespace
+
+AttributeCopy copyExtendedAttributes(int from, int to, const char*& failedOp) {
+    std::vector<std::string> wanted, present;
+    failedOp = "flistxattr";
+    if (!attributeNames(from, wanted)) return AttributeCopy::ReadFailed;
+    if (!attributeNames(to, present)) return AttributeCopy::NotTaken;
+    // What the new file got from its directory (a default ACL) and the old one lacks goes.
+    failedOp = "fremovexattr";
+    for (const std::string& name : present) {
+        if (std::find(wanted.begin(), wanted.end(), name) != wanted.end()) continue;
+        if (sysCalls().fremovexattr(to, name.c_str()) != 0 && !noSuchAttribute(errno))
+            return AttributeCopy::NotTaken;
+    }
+    std::string value;
+    for (const std::string& name : wanted) {
+        failedOp = "fgetxattr";
+        if (!readSized(
+                [&](char* b, size_t n) { return sysCalls().fgetxattr(from, name.c_str(), b, n); },
+                value)) {
+            if (noSuchAttribute(errno)) continue;  // removed meanwhile
+            return AttributeCopy::ReadFailed;
+        }
+        failedOp = "fsetxattr";
+        if (sysCalls().fsetxattr(to, name.c_str(), value.data(), value.size(), 0) != 0)
+            return AttributeCopy::NotTaken;
+    }
+    return AttributeCopy::Done;
 }
 
 namespace {
@@ -376,25 +478,42 @@ struct timespec statModTime(const struct stat& st) {
 
 int openErrorCodeFromErrno(int err) {
     switch (err) {
-        case 0: return 0;
+        case 0:
+            return 0;
         case EACCES:
-        case EPERM: return 1;
-        case ENOENT: return 2;
-        case EEXIST: return 4;
-        case EISDIR: return 5;
-        case ELOOP: return 6;
-        case EMFILE: return 7;
-        case ENAMETOOLONG: return 8;
-        case ENFILE: return 9;
+        case EPERM:
+            return 1;
+        case ENOENT:
+            return 2;
+        case EEXIST:
+            return 4;
+        case EISDIR:
+            return 5;
+        case ELOOP:
+            return 6;
+        case EMFILE:
+            return 7;
+        case ENAMETOOLONG:
+            return 8;
+        case ENFILE:
+            return 9;
         case ENODEV:
-        case ENXIO: return 10;
-        case ENOMEM: return 11;
-        case ENOSPC: return 12;
-        case ENOTDIR: return 13;
+        case ENXIO:
+            return 10;
+        case ENOMEM:
+            return 11;
+        case ENOSPC:
+            return 12;
+        case ENOTDIR:
+            return 13;
         case EOVERFLOW:
-        case EFBIG: return 14;
-        case EROFS: return 15;
-        case ETXTBSY: return 16;
-        default: return 3;
+        case EFBIG:
+            return 14;
+        case EROFS:
+            return 15;
+        case ETXTBSY:
+            return 16;
+        default:
+            return 3;
     }
 }

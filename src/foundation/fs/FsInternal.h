@@ -40,10 +40,11 @@ int flushToDevice(int fd);
 const char* kindOfFile(mode_t mode);
 // Logs that `path` is no regular file but what `mode` says it is.
 void logNotRegular(LogBase* log, const char* op, const char* path, mode_t mode);
-// Opens a regular file for content work: never blocks (O_NONBLOCK, which has no effect on
-// the reads and writes of a regular file), never makes a terminal the controlling one, and
-// checks the type on the open descriptor. Anything but a regular file is refused with a
-// line naming its kind. Returns the descriptor with st filled, or -1 (logged, errno set).
+// Opens a regular file for content work: refuses anything else before opening it, never
+// blocks (O_NONBLOCK, which has no effect on the reads and writes of a regular file), never
+// makes a terminal the controlling one, and checks the type again on the open descriptor.
+// Anything but a regular file is refused with a line naming its kind. Returns the descriptor with
+// st filled, or -1 (logged, errno set).
 int openRegular(const char* path, int flags, mode_t mode, struct stat& st, const char* op,
                 LogBase* log);
 
@@ -65,6 +66,18 @@ long long preadFull(int fd, void* p, size_t n, long long off);
 // (copy_file_range) and with read and write where it cannot. copied receives the count.
 // On failure errno is set and opName names the call that failed.
 bool copyFdToFd(int in, int out, long long& copied, const char*& opName);
+
+// Gives `to` the extended attributes of `from` (POSIX ACLs and security labels among them on
+// Linux) and removes those `from` lacks. A file system without extended attributes counts as
+// having none. On failure errno is set and failedOp names the call.
+enum class AttributeCopy {
+    Done,
+    // Reading `from`'s attributes failed.
+    ReadFailed,
+    // `to` does not take them (not allowed, not supported there, no room).
+    NotTaken,
+};
+AttributeCopy copyExtendedAttributes(int from, int to, const char*& failedOp);
 
 // Creates a new file dir/prefix<random><suffix> with O_EXCL and the given mode, for reading
 // and writing.

@@ -1,9 +1,13 @@
 #include "foundation/fs/SysCalls.h"
 
 #include <sys/file.h>
+#if defined(__linux__) || defined(__APPLE__)
+#include <sys/xattr.h>
+#define FA_HAVE_XATTR 1
+#endif
 #if defined(__APPLE__)
-#include <sys/attr.h>
 #include <stdio.h>
+#include <sys/attr.h>
 #endif
 
 #include <cerrno>
@@ -13,12 +17,13 @@ namespace {
 
 // Thin adapters where the C declaration differs from the table's entry (variadic open,
 // platforms without a kernel copy).
-int realOpen(const char* path, int flags, mode_t mode) { return ::open(path, flags, mode); }
+int realOpen(const char* path, int flags, mode_t mode) {
+    return ::open(path, flags, mode);
+}
 int realOpenat(int dirfd, const char* path, int flags, mode_t mode) {
     return ::openat(dirfd, path, flags, mode);
 }
-ssize_t realCopyFileRange(int in, off_t* inOff, int out, off_t* outOff, size_t n,
-                          unsigned flags) {
+ssize_t realCopyFileRange(int in, off_t* inOff, int out, off_t* outOff, size_t n, unsigned flags) {
 #if defined(__linux__)
     return ::copy_file_range(in, inOff, out, outOff, n, flags);
 #else
@@ -28,7 +33,9 @@ ssize_t realCopyFileRange(int in, off_t* inOff, int out, off_t* outOff, size_t n
 #endif
 }
 
-int realFcntl(int fd, int cmd, int arg) { return ::fcntl(fd, cmd, arg); }
+int realFcntl(int fd, int cmd, int arg) {
+    return ::fcntl(fd, cmd, arg);
+}
 
 int realRenameNoReplace(const char* from, const char* to) {
 #if defined(__linux__) && defined(RENAME_NOREPLACE)
@@ -48,6 +55,56 @@ int realStartWriteBack(int fd, off_t offset, off_t n) {
 #else
     (void)fd, (void)offset, (void)n;
     errno = ENOSYS;
+    return -1;
+#endif
+}
+
+// Apple's extended-attribute calls take a position (for resource forks only) and options;
+// on a descriptor neither applies.
+ssize_t realFlistxattr(int fd, char* names, size_t size) {
+#if defined(__APPLE__)
+    return ::flistxattr(fd, names, size, 0);
+#elif defined(FA_HAVE_XATTR)
+    return ::flistxattr(fd, names, size);
+#else
+    (void)fd, (void)names, (void)size;
+    errno = ENOTSUP;
+    return -1;
+#endif
+}
+
+ssize_t realFgetxattr(int fd, const char* name, void* value, size_t size) {
+#if defined(__APPLE__)
+    return ::fgetxattr(fd, name, value, size, 0, 0);
+#elif defined(FA_HAVE_XATTR)
+    return ::fgetxattr(fd, name, value, size);
+#else
+    (void)fd, (void)name, (void)value, (void)size;
+    errno = ENOTSUP;
+    return -1;
+#endif
+}
+
+int realFsetxattr(int fd, const char* name, const void* value, size_t size, int flags) {
+#if defined(__APPLE__)
+    return ::fsetxattr(fd, name, value, size, 0, flags);
+#elif defined(FA_HAVE_XATTR)
+    return ::fsetxattr(fd, name, value, size, flags);
+#else
+    (void)fd, (void)name, (void)value, (void)size, (void)flags;
+    errno = ENOTSUP;
+    return -1;
+#endif
+}
+
+int realFremovexattr(int fd, const char* name) {
+#if defined(__APPLE__)
+    return ::fremovexattr(fd, name, 0);
+#elif defined(FA_HAVE_XATTR)
+    return ::fremovexattr(fd, name);
+#else
+    (void)fd, (void)name;
+    errno = ENOTSUP;
     return -1;
 #endif
 }
@@ -91,6 +148,10 @@ SysCalls makeReal() {
     t.flock = ::flock;
     t.utimensat = ::utimensat;
     t.copy_file_range = realCopyFileRange;
+    t.flistxattr = realFlistxattr;
+    t.fgetxattr = realFgetxattr;
+    t.fsetxattr = realFsetxattr;
+    t.fremovexattr = realFremovexattr;
     t.fdopendir = ::fdopendir;
     t.readdir = ::readdir;
     t.closedir = ::closedir;

@@ -53,6 +53,13 @@ struct SysCalls {
     // and callers fall back to read and write.
     ssize_t (*copy_file_range)(int in, off_t* inOff, int out, off_t* outOff, size_t n,
                                unsigned flags);
+    // Extended attributes of an open file, in Linux's form (POSIX ACLs are among them there).
+    // Apple's calls take a position and options as well, which the table's adapters fill in;
+    // where the platform has no such calls they answer ENOTSUP.
+    ssize_t (*flistxattr)(int fd, char* names, size_t size);
+    ssize_t (*fgetxattr)(int fd, const char* name, void* value, size_t size);
+    int (*fsetxattr)(int fd, const char* name, const void* value, size_t size, int flags);
+    int (*fremovexattr)(int fd, const char* name);
     DIR* (*fdopendir)(int fd);
     struct dirent* (*readdir)(DIR* dir);
     int (*closedir)(DIR* dir);

@@ -65,16 +65,61 @@ TEST_F(TreeTest, LinksAreRemovedAsLinksHoweverTheRootIsWritten) {
     }
 }
 
+// A tree whose parent may be searched and written but not read (a drop box, mode 0300) goes,
+// as it does for rm; a parent that cannot be reached at all is named in the failure. Run as
+// an unprivileged user, since root may read every directory.
+TEST_F(TreeTest, ADropBoxParentIsEnough) {
+    const bool root = runningAsRoot();
+    const unsigned uid = root ? 4321 : getuid(), gid = root ? 4321 : getgid();
+    if (root && !userCanReach(uid, gid, dir()))
+        GTEST_SKIP() << "user " << uid << " cannot reach " << dir() << " (set TMPDIR elsewhere)";
+    const struct {
+        const char* parent;  // made with the tree "t" in it
+        const char* closed;  // made unsearchable for the call ("" for none)
+        bool removed;
+        std::string line;
+    } cases[] = {
+        {"box", "", true, ""},
+        {"closed/box", "closed", false, "open \"" + path("closed/box") + "\" failed"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.parent);
+        const std::string parent = path(c.parent), tree = parent + "/t";
+        fs::create_directories(tree + "/sub");
+        writeFile(std::string(c.parent) + "/t/sub/f", "f");
+        for (const auto& e : fs::recursive_directory_iterator(dir()))
+            ASSERT_EQ(lchown(e.path().c_str(), uid, gid), 0);
+        ASSERT_EQ(chmod(parent.c_str(), 0300), 0);
+        if (*c.closed) {
+            ASSERT_EQ(chmod(path(c.closed).c_str(), 0600), 0);
+        }
+        const auto body = [&] {
+            _ovLogger log;
+            const bool removed = removeTree(tree, log);
+            const bool lineOk = log.text().find(c.line) != std::string::npos;
+            if (removed != c.removed || !lineOk) std::fprintf(stderr, "%s\n", log.text().c_str());
+            return removed == c.removed && lineOk ? 0 : 1;
+        };
+        EXPECT_EQ(root ? inChildAsUser(uid, gid, body) : inChildProcess(body), 0);
+        if (*c.closed) chmod(path(c.closed).c_str(), 0700);
+        chmod(parent.c_str(), 0700);
+        EXPECT_EQ(fs::exists(tree), !c.removed);
+    }
+}
+
 // In a child whose whole file system is a fresh directory (where it may chroot), with the
 // removing calls recorded and refused: a broken refusal could harm nothing.
 TEST_F(TreeTest, RefusesTheRootAndDotPathsRemovingNothing) {
     fs::create_directories(path("a/b"));
     writeFile("a/b/f", "x");
-    const char* refused[] = {"/",  "//",  "///", "/.",   "/..",  "/./", "/../",  ".",
-                             "..", "./",  "../", ".//",  "a/..", "a/.", "a/./",  "a/../",
-                             "/a/..", "/a/b/..", "a/b/../.", "a/b/..//"};
+    fs::create_directories(path("t/mnt"));
+    writeFile("t/mnt/f", "x");
+    const char* refused[] = {"/",    "//",    "///",   "/.",      "/..",      "/./",     "/../",
+                             ".",    "..",    "./",    "../",     ".//",      "a/..",    "a/.",
+                             "a/./", "a/../", "/a/..", "/a/b/..", "a/b/../.", "a/b/..//"};
     static const std::string* s_alias;  // the directory that stat("/") answers for
     const std::string alias = runningAsRoot() ? "/a" : path("a");
+    const std::string tree = runningAsRoot() ? "/t" : path("t"), mounted = tree + "/mnt";
     s_alias = &alias;
     const int failures = inJailRefusingRemovals(dir(), [&](const int& removals) {
         int bad = 0;
@@ -93,10 +138,13 @@ TEST_F(TreeTest, RefusesTheRootAndDotPathsRemovingNothing) {
             return realSysCalls().stat(std::string(p) == "/" ? s_alias->c_str() : p, st);
         };
         check(alias.c_str());
+        // ... and mounted inside the tree to remove: it is not entered, nothing in it goes.
+        s_alias = &mounted;
+        check(tree.c_str());
         return bad;
     });
     EXPECT_EQ(failures, 0);
-    EXPECT_EQ(readFile(path("a/b/f")), "x");
+    EXPECT_EQ(readFile(path("a/b/f")) + readFile(path("t/mnt/f")), "xx");
 }
 
 // 100,000 levels under a limit of 64 descriptors, with files and links out of the tree on
@@ -105,7 +153,8 @@ TEST_F(TreeTest, RefusesTheRootAndDotPathsRemovingNothing) {
 TEST_F(TreeTest, ATreeFarDeeperThanTheDescriptorLimitGoes) {
     constexpr int kDepth = 100000;
     makeOutside();
-    const std::string shm = makeDirOnOtherDevice(dir()), deep = (shm.empty() ? dir() : shm) + "/deep";
+    const std::string shm = makeDirOnOtherDevice(dir()),
+                      deep = (shm.empty() ? dir() : shm) + "/deep";
     int fd = open(deep.substr(0, deep.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY);
     ASSERT_GE(fd, 0);
     for (int level = 0; level < kDepth; ++level) {
