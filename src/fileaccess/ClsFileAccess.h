@@ -461,9 +461,10 @@ public:
     /// (no limit when 0 or less), after a record for which `onFragment` returns false, or where the
     /// next call would return 0 or -1. Returns the number of records handed over, or -1 when the
     /// calls would have ended with -1, with the same checks and error lines (records handed over
-    /// before stay handed over). The text passed is valid during the call only. `onFragment` runs
-    /// under the object's lock and must not call methods of this object; an exception it throws
-    /// reaches the caller. Reads the file in large blocks, so a record costs no system call. With
+    /// before stay handed over). An empty `onFragment` is refused first, with -1 and the error
+    /// "onFragment is empty.", leaving the offset, flag and position as they were. The text passed
+    /// is valid during the call only. `onFragment` runs under the object's lock and must not call
+    /// methods of this object; an exception it throws reaches the caller. Reads the file in large blocks, so a record costs no system call. With
     /// verbose logging the arguments are logged once and "numFragments" at the end; no
     /// success/failure line.
     int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker,

@@ -39,6 +39,11 @@ int ClsFileAccess::ScanFragments(bool startAtBeginning, int maxCount, XString& b
                                  XString& endMarker, XString& charset,
                                  const std::function<bool(const XString&)>& onFragment) {
     ObjectFrame f(*this, "ScanFragments");
+    // Refused before anything moves: not even startAtBeginning resets the offset.
+    if (!onFragment) {
+        m_log.LogError("onFragment is empty.");
+        return -1;
+    }
     if (!prepareFragmentScan(startAtBeginning, beginMarker, endMarker, charset)) return -1;
     const bool verbose = m_log.m_verboseLogging;
     // With verbose logging each record is read as a single call reads it, with its lines.

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -164,6 +165,23 @@ TEST_F(FragmentTest, RefusalsAndVerboseLines) {
          {"Found begin marker.", "Found end marker in same chunk.", "startingFileOffset: 8",
           "numChunkBytesRemaining_toSearchForEndMarker: 15"})
         EXPECT_NE(lastLog(fa).find(line), std::string::npos) << line << "\n" << lastLog(fa);
+}
+
+// An empty callback is refused before anything moves: the offset (startAtBeginning is not
+// applied), the end-of-file flag and the file position stay as the last call left them.
+TEST_F(FragmentTest, AnEmptyCallbackIsRefusedBeforeAnythingMoves) {
+    openWith("<r>1</r><r>2</r>" + std::string(kChunk, 'x'));
+    EXPECT_EQ(next("<r>", "</r>"), "1 <r>1</r>");
+    ASSERT_FALSE(fa.get_EndOfFile());
+    ASSERT_TRUE(fa.FileSeek(5, 0));
+    XString b("<r>"), e("</r>"), cs("utf-8");
+    EXPECT_EQ(fa.ScanFragments(true, 0, b, e, cs, std::function<bool(const XString&)>{}), -1);
+    EXPECT_TRUE(logHas("onFragment is empty.")) << lastLog(fa);
+    EXPECT_FALSE(fa.get_EndOfFile());
+    DataBuffer at;
+    ASSERT_TRUE(fa.FileRead(3, at));
+    EXPECT_EQ(bytesOf(at), "/r>");
+    EXPECT_EQ(next("<r>", "</r>"), "1 <r>2</r>");
 }
 
 // Random files with markers placed near chunk boundaries, compared call by call with the
