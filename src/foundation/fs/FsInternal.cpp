@@ -21,7 +21,9 @@ namespace {
 [[maybe_unused]] const char* pickText(int rc, const char* buf) {
     return rc == 0 ? buf : "Unknown error";
 }
-[[maybe_unused]] const char* pickText(const char* text, const char*) { return text; }
+[[maybe_unused]] const char* pickText(const char* text, const char*) {
+    return text;
+}
 
 // Large enough that copy_file_range moves a whole file of any practical size in a few calls,
 // small enough to stay within the 32-bit ssize_t limits some kernels apply.
@@ -29,8 +31,8 @@ constexpr size_t kKernelCopyChunk = size_t{1} << 30;
 constexpr size_t kUserCopyChunk = size_t{1} << 20;
 
 bool kernelCopyUnsupported(int err) {
-    return err == ENOSYS || err == EXDEV || err == EINVAL || err == EOPNOTSUPP ||
-           err == EBADF || err == ETXTBSY || err == EPERM;
+    return err == ENOSYS || err == EXDEV || err == EINVAL || err == EOPNOTSUPP || err == EBADF ||
+           err == ETXTBSY || err == EPERM;
 }
 
 // Calls `call` again for as long as it fails with EINTR (a signal arrived before it did any
@@ -92,14 +94,22 @@ int flushToDevice(int fd) {
 
 const char* kindOfFile(mode_t mode) {
     switch (mode & S_IFMT) {
-        case S_IFREG: return "a regular file";
-        case S_IFDIR: return "a directory";
-        case S_IFIFO: return "a FIFO";
-        case S_IFSOCK: return "a socket";
-        case S_IFCHR: return "a character device";
-        case S_IFBLK: return "a block device";
-        case S_IFLNK: return "a symbolic link";
-        default: return "a special file";
+        case S_IFREG:
+            return "a regular file";
+        case S_IFDIR:
+            return "a directory";
+        case S_IFIFO:
+            return "a FIFO";
+        case S_IFSOCK:
+            return "a socket";
+        case S_IFCHR:
+            return "a character device";
+        case S_IFBLK:
+            return "a block device";
+        case S_IFLNK:
+            return "a symbolic link";
+        default:
+            return "a special file";
     }
 }
 
@@ -172,15 +182,17 @@ bool writeAll(int fd, const void* p, size_t n) {
 namespace {
 
 // Calls transfer(dest, want, done) until n bytes have come or it delivers none (the end),
-// over EINTR and short transfers. The count, or -1 with errno set.
+// over EINTR and short transfers. The count, or -1 with errno set and the count so far in
+// `before` (when given).
 template <class Transfer>
-long long transferFull(void* p, size_t n, Transfer transfer) {
+long long transferFull(void* p, size_t n, size_t* before, Transfer transfer) {
     char* dest = static_cast<char*>(p);
     size_t got = 0;
     while (got < n) {
         ssize_t r = transfer(dest + got, n - got, got);
         if (r < 0) {
             if (errno == EINTR) continue;
+            if (before) *before = got;
             return -1;
         }
         if (r == 0) break;
@@ -191,14 +203,14 @@ long long transferFull(void* p, size_t n, Transfer transfer) {
 
 }  // namespace
 
-long long readFull(int fd, void* p, size_t n) {
-    return transferFull(p, n, [&](char* dest, size_t want, size_t) {
+long long readFull(int fd, void* p, size_t n, size_t* before) {
+    return transferFull(p, n, before, [&](char* dest, size_t want, size_t) {
         return sysCalls().read(fd, dest, want);
     });
 }
 
-long long preadFull(int fd, void* p, size_t n, long long off) {
-    return transferFull(p, n, [&](char* dest, size_t want, size_t done) {
+long long preadFull(int fd, void* p, size_t n, long long off, size_t* before) {
+    return transferFull(p, n, before, [&](char* dest, size_t want, size_t done) {
         return sysCalls().pread(fd, dest, want, static_cast<off_t>(off + done));
     });
 }
@@ -376,25 +388,42 @@ struct timespec statModTime(const struct stat& st) {
 
 int openErrorCodeFromErrno(int err) {
     switch (err) {
-        case 0: return 0;
+        case 0:
+            return 0;
         case EACCES:
-        case EPERM: return 1;
-        case ENOENT: return 2;
-        case EEXIST: return 4;
-        case EISDIR: return 5;
-        case ELOOP: return 6;
-        case EMFILE: return 7;
-        case ENAMETOOLONG: return 8;
-        case ENFILE: return 9;
+        case EPERM:
+            return 1;
+        case ENOENT:
+            return 2;
+        case EEXIST:
+            return 4;
+        case EISDIR:
+            return 5;
+        case ELOOP:
+            return 6;
+        case EMFILE:
+            return 7;
+        case ENAMETOOLONG:
+            return 8;
+        case ENFILE:
+            return 9;
         case ENODEV:
-        case ENXIO: return 10;
-        case ENOMEM: return 11;
-        case ENOSPC: return 12;
-        case ENOTDIR: return 13;
+        case ENXIO:
+            return 10;
+        case ENOMEM:
+            return 11;
+        case ENOSPC:
+            return 12;
+        case ENOTDIR:
+            return 13;
         case EOVERFLOW:
-        case EFBIG: return 14;
-        case EROFS: return 15;
-        case ETXTBSY: return 16;
-        default: return 3;
+        case EFBIG:
+            return 14;
+        case EROFS:
+            return 15;
+        case ETXTBSY:
+            return 16;
+        default:
+            return 3;
     }
 }

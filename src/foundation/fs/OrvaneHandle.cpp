@@ -86,9 +86,17 @@ bool OrvaneHandle::readBytesToBuf32(void* dest, unsigned n, unsigned& numRead, b
                                     LogBase* log) {
     numRead = 0;
     if (m_fd < 0) return noFile(log, "read");
-    long long got = m_tracked ? fsi::preadFull(m_fd, dest, n, m_pos) : fsi::readFull(m_fd, dest, n);
+    size_t before = 0;
+    long long got =
+        m_tracked ? fsi::preadFull(m_fd, dest, n, m_pos, &before) : fsi::readFull(m_fd, dest, n);
     if (got < 0) {
-        fsi::logSysFailure(log, "read", nullptr, errno);
+        const int err = errno;
+        // A read that fails part way has moved a descriptor's offset past what came.
+        if (m_tracked && before > 0) {
+            m_pos += static_cast<long long>(before);
+            m_placed = false;
+        }
+        fsi::logSysFailure(log, "read", nullptr, err);
         return false;
     }
     if (m_tracked && got > 0) {
@@ -104,9 +112,13 @@ bool OrvaneHandle::preadBytes(void* dest, unsigned n, long long offset, unsigned
                               bool& eof, LogBase* log) {
     numRead = 0;
     if (m_fd < 0) return noFile(log, "pread");
-    long long got = offset < 0 ? (errno = EINVAL, -1) : fsi::preadFull(m_fd, dest, n, offset);
+    size_t before = 0;
+    long long got =
+        offset < 0 ? (errno = EINVAL, -1) : fsi::preadFull(m_fd, dest, n, offset, &before);
     if (got < 0) {
-        fsi::logSysFailure(log, "pread", nullptr, errno);
+        const int err = errno;
+        numRead = static_cast<unsigned>(before);
+        fsi::logSysFailure(log, "pread", nullptr, err);
         return false;
     }
     numRead = static_cast<unsigned>(got);
@@ -182,7 +194,7 @@ long long OrvaneHandle::fileSize64(LogBase* log) {
 long long OrvaneHandle::regularFileSize64() {
     struct stat st;
     return statHeld(m_fd, st, nullptr) && S_ISREG(st.st_mode) ? static_cast<long long>(st.st_size)
-                                                               : -1;
+                                                              : -1;
 }
 
 bool OrvaneHandle::fileId(FileId& out, LogBase* log) {

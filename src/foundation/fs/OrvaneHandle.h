@@ -45,9 +45,11 @@ public:
     // Reads up to n bytes at the current position into dest and advances past them.
     // numRead is set; fewer than n only at the end of the file. eof is set true when fewer
     // than n bytes came (the end was reached) and false when all n came.
-    // False on a read error and when no file is held (numRead then 0, eof unchanged).
+    // False on a read error and when no file is held (numRead then 0, eof unchanged; the
+    // position has moved past bytes that came before the error, as a descriptor's would).
     bool readBytesToBuf32(void* dest, unsigned n, unsigned& numRead, bool& eof, LogBase* log);
-    // As readBytesToBuf32 at an explicit offset; the current position does not move.
+    // As readBytesToBuf32 at an explicit offset; the current position does not move. On a
+    // read error numRead counts the bytes that came before it.
     bool preadBytes(void* dest, unsigned n, long long offset, unsigned& numRead, bool& eof,
                     LogBase* log);
     // Writes all n bytes at the current position (the end, for a file opened to append).
