@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "fileaccess/LogProbe.h"
+#include "foundation/fs/SysCalls.h"
 #include "support/SysCallOverride.h"
 
 namespace {
@@ -50,6 +51,7 @@ struct Step {
     bool restart = false;
     int stopAfter = 0;  // Scan: the consumer returns false on this record (0: never)
     std::string text;   // Write, Append, Grow, Poke
+    int times = 1;      // the step is made this many times, compared each time
 };
 
 Step step(Op op, At at = {}, int arg = 0, bool restart = false, int stopAfter = 0,
@@ -94,6 +96,10 @@ Step shrinkTo(int permille, long long plus = 0) {
 }
 Step poke(At where, std::string s) {
     return step(Op::Poke, where, 0, false, 0, std::move(s));
+}
+Step times(int n, Step s) {
+    s.times = n;
+    return s;
 }
 
 const std::string kBegin = "<r>", kEnd = "</r>";
@@ -244,10 +250,9 @@ struct Row {
 
 class PositionTest : public FileAccessTest {
   protected:
-    // Runs the row's steps on both sides of `file`, comparing after each.
-    void run(const Row& row, const File& file) {
-        const std::string lib = writeFile("lib", file.bytes),
-                          plain = writeFile("plain", file.bytes);
+    // Runs the row's steps on the object's file `lib` and the descriptor's `plain`, comparing
+    // after each. The two may be one file that neither side changes.
+    void run(const Row& row, const std::string& lib, const std::string& plain) {
         XString p = X(lib);
         const int flags = row.mode == Mode::Read     ? O_RDONLY
                           : row.mode == Mode::Append ? O_WRONLY | O_APPEND
@@ -259,18 +264,21 @@ class PositionTest : public FileAccessTest {
         d.fd = ::open(plain.c_str(), flags);
         ASSERT_GE(d.fd, 0);
         for (size_t i = 0; i < row.steps.size(); ++i) {
-            SCOPED_TRACE("step " + std::to_string(i));
             const Step& s = row.steps[i];
-            const long long size = fileBytes(plain).size();
-            if (s.op == Op::Grow || s.op == Op::Shrink || s.op == Op::Poke) {
-                for (const std::string& f : {lib, plain}) ASSERT_TRUE(outside(f, s, size));
-            } else {
-                const std::string got = onObject(s, size), want = onDescriptor(d, s, size);
-                ASSERT_EQ(got.substr(0, 300), want.substr(0, 300)) << lastLog(fa);
-                ASSERT_EQ(got, want) << lastLog(fa);
+            for (int n = 0; n < s.times; ++n) {
+                SCOPED_TRACE("step " + std::to_string(i) + ", time " + std::to_string(n));
+                const long long size = fileBytes(plain).size();
+                if (s.op == Op::Grow || s.op == Op::Shrink || s.op == Op::Poke) {
+                    for (const std::string& f : {lib, plain}) ASSERT_TRUE(outside(f, s, size));
+                } else {
+                    const std::string got = onObject(s, size), want = onDescriptor(d, s, size);
+                    ASSERT_EQ(got.substr(0, 300), want.substr(0, 300)) << lastLog(fa);
+                    ASSERT_EQ(got, want) << lastLog(fa);
+                }
+                ASSERT_EQ(fa.get_EndOfFile(), d.eof);
+                ASSERT_TRUE(lib == plain || fileBytes(lib) == fileBytes(plain))
+                    << "the files differ";
             }
-            ASSERT_EQ(fa.get_EndOfFile(), d.eof);
-            ASSERT_TRUE(fileBytes(lib) == fileBytes(plain)) << "the files differ";
         }
         fa.FileClose();
     }
@@ -502,10 +510,106 @@ TEST_F(PositionTest, ChosenSequencesActAsOnAPlainDescriptor) {
     for (const Row& row : kRows) {
         for (const File& file : files) {
             SCOPED_TRACE(std::string(row.name) + ", file of " + file.name);
-            run(row, file);
+            run(row, writeFile("lib", file.bytes), writeFile("plain", file.bytes));
             if (HasFatalFailure()) return;
         }
     }
+}
+
+// Seeks are refused where lseek refuses them: from the end of a file of /proc (which reports
+// a size of 0 but is read by records), and past the largest offset the file system takes
+// (16 TiB on ext4 with 4 KiB blocks, reached after 8,192 steps of 2^31 - 1 bytes).
+TEST_F(PositionTest, SeeksAreRefusedWhereLseekRefusesThem) {
+    const Row proc{
+        "/proc/version",
+        Mode::Read,
+        {seek(0, 2), read(4),       seek(-5, 2),   read(3),     seek(10, 2),   read(2),
+         seek(3, 0), read(5),       seek(2, 1),    read(3),     seek(-1, 1),   read(2),
+         next(true), read(1),       scan(true, 0), seek(4, 0),  numBlocks(16), block({0}, 16),
+         read(3),    seek(1000, 0), read(4),       seek(-1, 0), read(1)}};
+    {
+        SCOPED_TRACE(proc.name);
+        run(proc, "/proc/version", "/proc/version");
+    }
+    const std::string content = recordsOf(3000, false);
+    const Row huge{"seeks of 2^31 - 1 bytes from the current position",
+                   Mode::ReadWrite,
+                   {read(5), times(8200, seek(INT_MAX, 1)), read(10), seek(-10, 2), read(20),
+                    times(8200, seek(INT_MAX, 1)), seek(-INT_MAX, 1), read(3), next(true), read(3),
+                    times(8200, seek(INT_MAX, 1)), read(4), seek(0, 2), read(1)}};
+    SCOPED_TRACE(huge.name);
+    run(huge, writeFile("lib", content), writeFile("plain", content));
+}
+
+// Where a file system refuses offsets beyond its largest, so does FileSeek, from every origin;
+// the system-call table stands for one whose largest offset is 1 MiB.
+long long g_largest;
+TEST_F(PositionTest, SeeksAskTheFileSystem) {
+    XString p = X(writeFile("f", recordsOf(3000, false)));
+    ASSERT_CALL_OK(fa, fa.OpenForReadWrite(p));
+    g_largest = 1 << 20;
+    sysCalls().lseek = [](int fd, off_t off, int whence) {
+        const off_t base = whence == SEEK_CUR   ? realSysCalls().lseek(fd, 0, SEEK_CUR)
+                           : whence == SEEK_END ? realSysCalls().lseek(fd, 0, SEEK_END)
+                                                : 0;
+        if (base + off > g_largest) return errno = EINVAL, off_t{-1};
+        return realSysCalls().lseek(fd, off, whence);
+    };
+    // origin, offset, accepted
+    const int cases[][3] = {{0, 1 << 20, 1}, {0, (1 << 20) + 1, 0},   {1, 1, 0},    {1, -1, 1},
+                            {1, 1, 1},       {2, 1 << 20, 0},         {2, 1000, 1}, {0, 2000, 1},
+                            {1, 1 << 20, 0}, {1, (1 << 20) - 2000, 1}};
+    for (const auto& [origin, offset, accepted] : cases) {
+        SCOPED_TRACE(std::to_string(origin) + " " + std::to_string(offset));
+        EXPECT_EQ(fa.FileSeek(offset, origin), accepted == 1) << lastLog(fa);
+    }
+    sysCalls().lseek = realSysCalls().lseek;
+    DataBuffer at;
+    EXPECT_TRUE(fa.FileRead(1, at) && at.getSize() == 0 && fa.get_EndOfFile());
+}
+
+// The library's own moves stay lazy: a run of single record calls costs at most one read and
+// one size query per record, and a block one read and one size query, with no seek at all.
+int g_reads, g_sizes, g_seeks;
+TEST_F(PositionTest, RecordsAndBlocksMakeNoSeek) {
+    std::string content;
+    for (int i = 0; content.size() < 1000000; ++i) content += "<r>" + std::to_string(i) + "</r>\n";
+    XString p = X(writeFile("f", content)), b("<r>"), e("</r>"), cs("utf-8");
+    ASSERT_CALL_OK(fa, fa.OpenForRead(p));
+    g_reads = g_sizes = g_seeks = 0;
+    sysCalls().pread = [](int fd, void* buf, size_t n, off_t off) {
+        ++g_reads;
+        return realSysCalls().pread(fd, buf, n, off);
+    };
+    sysCalls().read = [](int fd, void* buf, size_t n) {
+        ++g_reads;
+        return realSysCalls().read(fd, buf, n);
+    };
+    sysCalls().fstat = [](int fd, struct stat* st) {
+        ++g_sizes;
+        return realSysCalls().fstat(fd, st);
+    };
+    sysCalls().lseek = [](int fd, off_t off, int whence) {
+        ++g_seeks;
+        return realSysCalls().lseek(fd, off, whence);
+    };
+    int records = 0;
+    for (ClsStringBuilder sb; records < 5000 && fa.ReadNextFragment(false, b, e, cs, sb) == 1;)
+        ++records;
+    const int recordReads = g_reads, recordSizes = g_sizes, recordSeeks = g_seeks;
+    g_reads = g_sizes = g_seeks = 0;
+    DataBuffer blockBytes;
+    int blocks = 0;
+    while (fa.ReadBlock(blocks, 65536, blockBytes)) ++blocks;
+    sysCalls() = realSysCalls();
+    EXPECT_EQ(records, 5000);
+    EXPECT_LE(recordReads, records);
+    EXPECT_LE(recordSizes, records);
+    EXPECT_EQ(recordSeeks, 0);
+    EXPECT_EQ(blocks, 16);
+    EXPECT_EQ(g_reads, blocks);
+    EXPECT_EQ(g_sizes, blocks + 1);
+    EXPECT_EQ(g_seeks, 0);
 }
 
 // A read that fails after part of its bytes came leaves the position past them, where a
