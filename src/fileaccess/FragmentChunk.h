@@ -79,15 +79,20 @@ class ReadChunk final : public Chunk {
 // of many records in one call: a record costs no system call. Each search runs on to the
 // window's end and is remembered, so a marker that is rare (the exact form of a tag marker)
 // is looked for once per window instead of once per chunk.
+//
+// When a window read fails, the rest of the scan reads its chunks as single calls read them
+// (a lazy ReadChunk in `pieces`): a bad spot ahead then fails the scan exactly where single
+// calls would fail, not up to a window earlier.
 class WindowChunk final : public Chunk {
   public:
-    WindowChunk(OrvaneHandle& handle, LogBase& log) : m_handle(handle), m_log(log) {}
+    WindowChunk(OrvaneHandle& handle, DataBuffer& pieces, LogBase& log)
+        : m_handle(handle), m_log(log), m_single(handle, pieces, log, true) {}
     ~WindowChunk() override;
     WindowChunk(const WindowChunk&) = delete;
     WindowChunk& operator=(const WindowChunk&) = delete;
 
     bool reset(long long start) override;
-    bool fetch(unsigned) override { return settle(); }
+    bool fetch(unsigned want) override;
     bool settle() override;
     bool find(const DataBuffer& needle, unsigned from, unsigned& at) override;
 
@@ -99,9 +104,14 @@ class WindowChunk final : public Chunk {
         long long from = 0, next = -1, to = 0;
     };
     Memo& memoFor(const DataBuffer& needle);
+    // Makes the chunk whole from the window, refilling it as needed. True also when a window
+    // read failed and the chunk is now to be read as a single call reads it (m_single in use).
+    bool settleFromWindow();
     // Moves the window to start at the chunk's start, keeping what it holds from there, and
-    // reads until it is full or the file ends.
+    // reads until it is full or the file ends. False when the read fails.
     bool refill();
+    // Takes over the single-call chunk's view after an operation on it, and its result.
+    bool mirror(bool ok);
 
     OrvaneHandle& m_handle;
     LogBase& m_log;
@@ -111,6 +121,8 @@ class WindowChunk final : public Chunk {
     bool m_windowAtEnd = false;  // the window reaches the end of the file
     std::array<Memo, 6> m_memos;
     unsigned m_nextMemo = 0;
+    ReadChunk m_single;
+    bool m_readingSingly = false;  // a window read failed: chunks come from m_single
 };
 
 }  // namespace fragments

@@ -47,7 +47,7 @@ int ClsFileAccess::ScanFragments(bool startAtBeginning, int maxCount, XString& b
     if (!prepareFragmentScan(startAtBeginning, beginMarker, endMarker, charset)) return -1;
     const bool verbose = m_log.m_verboseLogging;
     // With verbose logging each record is read as a single call reads it, with its lines.
-    fragments::WindowChunk window(*m_handle, m_log);
+    fragments::WindowChunk window(*m_handle, m_scanChunk, m_log);
     fragments::ReadChunk reads(*m_handle, m_scanChunk, m_log, false);
     fragments::Chunk& chunk = verbose ? static_cast<fragments::Chunk&>(reads) : window;
     fragments::FragmentScan scan(*m_scanMarkers, chunk, *m_handle, m_scanFragment, m_log, verbose);

@@ -298,30 +298,61 @@ TEST_F(FragmentTest, ScanGivesWhatSingleCallsGive) {
     }
 }
 
-// A read error far ahead costs the scan only the records near it: every record ending more
-// than a chunk before the bad spot is handed over, as single calls would return it.
+// The log of an object's last call without its first line, the call's name.
+std::string logBody(ClsFileAccess& obj) {
+    const std::string log = lastLog(obj);
+    return log.substr(log.find('\n') + 1);
+}
+
+// A bad spot in the file (every read that covers one byte fails) ends a scan exactly where
+// single calls end: the same records, -1, end-of-file flag, position and log lines, for bad
+// bytes before, inside and after records, at piece, chunk and window seams.
 long long g_badAt;
-TEST_F(FragmentTest, AReadErrorAheadCostsOnlyTheRecordsNearIt) {
+ssize_t readCoveringBadByte(int fd, void* p, size_t n, off_t off) {
+    if (off <= g_badAt && g_badAt < off + static_cast<long long>(n)) return errno = EIO, -1;
+    return realSysCalls().pread(fd, p, n, off);
+}
+TEST_F(FragmentTest, AReadErrorEndsTheScanWhereSingleCallsEnd) {
     std::string file;
-    for (int i = 0; file.size() < 3000000; ++i) file += "<r>" + std::to_string(i) + "</r>\n";
-    openWith(file);
-    g_badAt = 2000000;
-    sysCalls().pread = [](int fd, void* p, size_t n, off_t off) {
-        if (off + static_cast<long long>(n) > g_badAt) return errno = EIO, ssize_t{-1};
-        return realSysCalls().pread(fd, p, n, off);
-    };
-    XString b("<r>"), e("</r>"), cs("utf-8");
-    std::string got;
-    const int n = fa.ScanFragments(true, 0, b, e, cs, [&](const XString& rec) {
-        got += rec.getUtf8();
-        got += '\n';
-        return true;
-    });
-    sysCalls().pread = realSysCalls().pread;
-    EXPECT_EQ(n, -1);
-    EXPECT_TRUE(logHas("Failed to read next chunk.")) << lastLog(fa);
-    EXPECT_EQ(file.compare(0, got.size(), got), 0);
-    EXPECT_GT(static_cast<long long>(got.size()), g_badAt - 2 * static_cast<long long>(kChunk));
+    std::mt19937 rng(17);
+    for (int i = 0; file.size() < 1300000; ++i) {
+        file += "<r>" + std::to_string(i);
+        file += std::string(i % 50 == 7 ? 70000 + rng() % 70000 : rng() % 200, 'x') + "</r>\n";
+    }
+    const std::string p = writeFile("f.txt", file);
+    std::vector<long long> badBytes;
+    const long long chunk = kChunk;
+    for (long long seam : {4096LL, 16384LL, chunk, 8 * chunk, 10 * chunk, 16 * chunk})
+        for (long long k = 1; k * seam < 1300000 && k < 4; ++k)
+            for (long long d : {-1LL, 0LL, 1LL}) badBytes.push_back(k * seam + d);
+    for (int i = 0; i < 40; ++i) badBytes.push_back(rng() % file.size());
+    badBytes.push_back(static_cast<long long>(file.size()) - 1);
+    XString b("<r>"), e("</r>"), cs("utf-8"), x = X(p);
+    for (long long bad : badBytes) {
+        SCOPED_TRACE("bad byte at " + std::to_string(bad));
+        g_badAt = bad;
+        ClsFileAccess scanned, single;
+        ASSERT_TRUE(scanned.OpenForRead(x) && single.OpenForRead(x));
+        sysCalls().pread = readCoveringBadByte;
+        std::vector<std::string> got, want;
+        const int n = scanned.ScanFragments(true, 0, b, e, cs, [&](const XString& rec) {
+            got.push_back(rec.getUtf8());
+            return true;
+        });
+        int rc = 1;
+        for (ClsStringBuilder sb; (rc = single.ReadNextFragment(want.empty(), b, e, cs, sb)) == 1;
+             sb.m_str.clear())
+            want.push_back(sb.m_str.getUtf8());
+        sysCalls().pread = realSysCalls().pread;
+        ASSERT_EQ(n, rc < 0 ? -1 : static_cast<int>(want.size()));
+        ASSERT_EQ(got.size(), want.size());
+        ASSERT_TRUE(got == want);
+        ASSERT_EQ(logBody(scanned), logBody(single));
+        ASSERT_EQ(scanned.get_EndOfFile(), single.get_EndOfFile());
+        DataBuffer at1, at2;
+        ASSERT_TRUE(scanned.FileRead(16, at1) && single.FileRead(16, at2));
+        ASSERT_EQ(bytesOf(at1), bytesOf(at2));
+    }
 }
 
 // A file whose reported size is wrong (files of /proc report 0): calls without verbose logging

@@ -44,7 +44,8 @@ TEST_F(WindowChunkTest, SearchesAgreeWithAPlainSearch) {
         std::unique_ptr<OrvaneHandle> h(
             FileSys::openForReadOnly(XString(p.c_str()), false, false, code, &log));
         ASSERT_NE(h, nullptr);
-        fragments::WindowChunk chunk(*h, log);
+        DataBuffer pieces;
+        fragments::WindowChunk chunk(*h, pieces, log);
         // The window as the chunk keeps it, mirrored to aim at its seams.
         long long windowStart = -1, windowEnd = -1, pendingStart = -1;
         for (long long start = 0; start <= size + 10;) {
