@@ -63,7 +63,7 @@ class Markers;
 /// for the whole call; `fileType`, `readShortcut` and `parseableShortcut` touch nothing of the
 /// object and need no lock.
 class FA_API ClsFileAccess : public ClsBase {
-public:
+  public:
     /// An object with no current file. `get_EndOfFile` and `get_LockFileOnOpen` are false,
     /// `get_FileOpenError` 0, `get_FileOpenErrorMsg` empty and the record scan offset 0.
     ClsFileAccess();
@@ -132,8 +132,8 @@ public:
     /// current file, clears `get_EndOfFile` and resets the scan offset; it leaves
     /// `get_FileOpenError` 0 and `get_FileOpenErrorMsg` empty, and logs the error
     /// "Not implemented for Linux.".
-    bool FileOpen(XString& path, uint64_t accessMode, uint64_t shareMode, uint64_t createDisposition,
-                  uint64_t attributes);
+    bool FileOpen(XString& path, uint64_t accessMode, uint64_t shareMode,
+                  uint64_t createDisposition, uint64_t attributes);
     /// Closes the current file, if one is open, and clears `get_EndOfFile`. The open-error code and
     /// message, `get_LockFileOnOpen` and the record scan offset keep their values.
     void FileClose();
@@ -464,11 +464,22 @@ public:
     /// before stay handed over). An empty `onFragment` is refused first, with -1 and the error
     /// "onFragment is empty.", leaving the offset, flag and position as they were. The text passed
     /// is valid during the call only. `onFragment` runs under the object's lock and must not call
-    /// methods of this object; an exception it throws reaches the caller. Reads the file in large blocks, so a record costs no system call. With
-    /// verbose logging the arguments are logged once and "numFragments" at the end; no
-    /// success/failure line.
-    int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker,
-                      XString& endMarker, XString& charset,
+    /// methods of this object; an exception it throws reaches the caller. With verbose logging the
+    /// arguments are logged once and "numFragments" at the end; no success/failure line.
+    ///
+    /// The file is read in large blocks, up to 512 KiB ahead of the record handed over, so that a
+    /// record costs no system call. A change made to the file while the call runs (by `onFragment`
+    /// through another object, or by anyone else) is seen as single calls would see it where it
+    /// lies beyond what has been read ahead: bytes appended, a cut beyond that part. Before the
+    /// call answers that no record is left, and before it hands over the `maxCount`-th record when
+    /// the 65,536-byte chunk that record ends in reaches the end of the file, it checks the file's
+    /// size and, when that changed, reads again from the record's start. A change inside the part
+    /// already read ahead is not seen until the scan reaches the end of that part: records are
+    /// handed over as the file held them when it was read, and a call that `onFragment` stops on a
+    /// record whose chunk reaches the end of the file leaves the end-of-file flag and position of
+    /// the size the file had when that chunk was read.
+    int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker, XString& endMarker,
+                      XString& charset,
                       const std::function<bool(const XString& fragment)>& onFragment);
     /// Reads the strings of the Windows shortcut (.lnk) file at `path` into `info`. Trailing white
     /// space of `path` is dropped and ".lnk" appended when it does not end in it. Each of the five
@@ -487,7 +498,7 @@ public:
     /// lock and writes only into `log`.
     static bool parseableShortcut(XString& path, LogBase& log);
 
-private:
+  private:
     // Private steps of the methods above, by subsystem, go here.
 
     // --- the current file: opening, closing, reading and writing ---

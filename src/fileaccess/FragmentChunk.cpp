@@ -102,7 +102,10 @@ bool WindowChunk::mirror(bool ok) {
 bool WindowChunk::refill() {
     const long long windowEnd = m_windowStart + m_windowLength;
     unsigned keep = 0;
-    if (m_start >= m_windowStart && m_start <= windowEnd) {
+    if (m_stale) {
+        m_stale = false;
+        m_memos.fill(Memo{});
+    } else if (m_start >= m_windowStart && m_start <= windowEnd) {
         keep = static_cast<unsigned>(windowEnd - m_start);
         std::memmove(m_window, m_window + (m_start - m_windowStart), keep);
     }
@@ -124,7 +127,7 @@ bool WindowChunk::settleFromWindow() {
     if (m_complete || m_readingSingly) return true;
     const long long windowEnd = m_windowStart + m_windowLength;
     const bool inside = m_start >= m_windowStart && m_start <= windowEnd;
-    if (!inside || (!m_windowAtEnd && windowEnd - m_start < kChunkSize)) {
+    if (m_stale || !inside || (!m_windowAtEnd && windowEnd - m_start < kChunkSize)) {
         if (!refill()) {
             m_readingSingly = true;
             return mirror(m_single.reset(m_start));
@@ -145,6 +148,15 @@ bool WindowChunk::fetch(unsigned want) {
 bool WindowChunk::settle() {
     if (!settleFromWindow()) return false;
     return !m_readingSingly || mirror(m_single.settle());
+}
+
+bool WindowChunk::endStands() {
+    if (m_readingSingly) return true;
+    // Sizes that say nothing (-1: not a regular file) leave the window's answer standing.
+    const long long size = m_handle.regularFileSize64();
+    if (size < 0 || size == m_windowStart + m_windowLength) return true;
+    m_stale = true;
+    return false;
 }
 
 WindowChunk::Memo& WindowChunk::memoFor(const DataBuffer& needle) {

@@ -33,6 +33,10 @@ class Chunk {
     // within the chunk; `at` is kNotFound only when the chunk, complete, holds none. False on
     // a read error.
     virtual bool find(const DataBuffer& needle, unsigned from, unsigned& at) = 0;
+    // Whether the end of the file the complete chunk reports still stands. False when the file
+    // has changed since the chunk's bytes were read: the chunk is then read again, from the
+    // file, the next time it is reset.
+    virtual bool endStands() { return true; }
 
     const unsigned char* data() const { return m_data; }
     unsigned held() const { return m_held; }
@@ -95,6 +99,8 @@ class WindowChunk final : public Chunk {
     bool fetch(unsigned want) override;
     bool settle() override;
     bool find(const DataBuffer& needle, unsigned from, unsigned& at) override;
+    // Checks the file's size (one fstat) against the window's end.
+    bool endStands() override;
 
   private:
     // What one needle's last search found: its first occurrence at or after `from` starts at
@@ -107,8 +113,8 @@ class WindowChunk final : public Chunk {
     // Makes the chunk whole from the window, refilling it as needed. True also when a window
     // read failed and the chunk is now to be read as a single call reads it (m_single in use).
     bool settleFromWindow();
-    // Moves the window to start at the chunk's start, keeping what it holds from there, and
-    // reads until it is full or the file ends. False when the read fails.
+    // Moves the window to start at the chunk's start, keeping what it holds from there (unless
+    // stale), and reads until it is full or the file ends. False when the read fails.
     bool refill();
     // Takes over the single-call chunk's view after an operation on it, and its result.
     bool mirror(bool ok);
@@ -119,6 +125,7 @@ class WindowChunk final : public Chunk {
     long long m_windowStart = 0;
     unsigned m_windowLength = 0;
     bool m_windowAtEnd = false;  // the window reaches the end of the file
+    bool m_stale = false;        // the file changed: the window is read again from the chunk
     std::array<Memo, 6> m_memos;
     unsigned m_nextMemo = 0;
     ReadChunk m_single;

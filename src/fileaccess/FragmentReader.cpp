@@ -59,7 +59,15 @@ int ClsFileAccess::ScanFragments(bool startAtBeginning, int maxCount, XString& b
             result = -1;
             break;
         }
+        const int64_t from = m_fragmentScanOffset;
         result = scan.next(m_fragmentScanOffset, m_endOfFile);
+        // The last record of a limited call, in a chunk that reached the end of the file: the
+        // end-of-file flag and position it leaves depend on the file's size as it is now.
+        const bool last = maxCount > 0 && count + 1 == maxCount;
+        if (result == 1 && last && chunk.eof() && !chunk.endStands()) {
+            m_fragmentScanOffset = from;
+            result = scan.next(m_fragmentScanOffset, m_endOfFile);
+        }
         if (result != 1) break;
         ++count;
         text.clear();

@@ -35,9 +35,16 @@ class FragmentScan {
     unsigned recordSize() const { return m_recordSize; }
 
   private:
-    enum class Pass { Continue, Found, NotFound, Failed, ReadFailed };
+    // Again: the file changed since the chunk was read; the record is sought afresh.
+    enum class Pass { Continue, Again, Found, NotFound, Failed, ReadFailed };
 
+    // Forgets the record sought so far.
+    void restart();
     int leave(long long pos, int result);
+    // True when "no record" may be answered from the chunk, which has reached the end of the
+    // file; false, once per call, when the file changed since the chunk was read (the record
+    // is then sought again from its start, in bytes read afresh).
+    bool endConfirmed();
     Pass seekBegin(long long& chunkStart);
     Pass seekEnd(long long& chunkStart);
     Pass endInSameChunk(unsigned p);
@@ -51,6 +58,7 @@ class FragmentScan {
     LogBase& m_log;
     const bool m_verbose;
     bool m_seekingEnd = false;
+    bool m_endChecked = false;  // the chunk was asked once this call whether its end stands
     long long m_foundEnd = 0;
     const unsigned char* m_record = nullptr;
     unsigned m_recordSize = 0;

@@ -1,0 +1,145 @@
+// ScanFragments against a loop of ReadNextFragment calls: the same records, result, end-of-file
+// flag, position and log.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "fileaccess/LogProbe.h"
+
+namespace {
+
+// The log of an object's last call without its first line, the call's name.
+std::string logBody(ClsFileAccess& obj) {
+    const std::string log = lastLog(obj);
+    return log.substr(log.find('\n') + 1);
+}
+
+// What a call (or a loop of calls) handed over and left behind.
+struct Outcome {
+    std::vector<std::string> records;
+    int result = 0;
+    bool eof = false;
+    std::string log, after;
+
+    bool operator==(const Outcome& o) const {
+        return records == o.records && result == o.result && eof == o.eof && log == o.log &&
+               after == o.after;
+    }
+};
+
+std::ostream& operator<<(std::ostream& os, const Outcome& o) {
+    os << o.records.size() << " records (";
+    for (size_t i = 0; i < o.records.size() && i < 8; ++i) os << o.records[i].substr(0, 20) << " ";
+    return os << "...), result " << o.result << ", eof " << o.eof << ", then \"" << o.after
+              << "\"\n"
+              << o.log;
+}
+
+// A scan of `obj`'s current file (the first call from the start), as one ScanFragments call
+// or as the ReadNextFragment calls it stands for. `consume` gets each record and its number
+// (from 1) and says whether to go on.
+Outcome scanOnce(ClsFileAccess& obj, bool loop, int maxCount, const std::string& begin,
+                 const std::string& end, const std::string& charset,
+                 const std::function<bool(const std::string&, int)>& consume) {
+    XString b(begin.c_str()), e(end.c_str()), cs(charset.c_str());
+    Outcome o;
+    auto take = [&](const std::string& rec) {
+        o.records.push_back(rec);
+        return consume(rec, static_cast<int>(o.records.size()));
+    };
+    if (!loop) {
+        o.result = obj.ScanFragments(true, maxCount, b, e, cs,
+                                     [&](const XString& rec) { return take(rec.getUtf8()); });
+    } else {
+        int rc = 1;
+        while (maxCount <= 0 || static_cast<int>(o.records.size()) < maxCount) {
+            ClsStringBuilder sb;
+            rc = obj.ReadNextFragment(o.records.empty(), b, e, cs, sb);
+            if (rc != 1 || !take(sb.m_str.getUtf8())) break;
+        }
+        o.result = rc < 0 ? -1 : static_cast<int>(o.records.size());
+    }
+    o.eof = obj.get_EndOfFile();
+    o.log = logBody(obj);
+    DataBuffer at;
+    if (obj.FileRead(16, at)) o.after = bytesOf(at);
+    return o;
+}
+
+class ScanFragmentsTest : public FileAccessTest {};
+
+// A change the consumer makes to the file through another object when it gets a record.
+struct Change {
+    int onRecord;
+    long long cutTo;  // truncates the file to this size first, when not negative
+    std::string appended;
+};
+
+// Cuts the file to `cutTo` bytes (when not negative), then appends `appended`, through `writer`.
+void change(ClsFileAccess& writer, long long cutTo, const std::string& appended) {
+    if (cutTo >= 0) {
+        EXPECT_TRUE(writer.FileSeek(static_cast<int>(cutTo), 0) && writer.Truncate());
+    }
+    XString text(appended.c_str()), cs("utf-8");
+    if (!appended.empty()) {
+        EXPECT_TRUE(writer.FileSeek(0, 2) && writer.AppendText(text, cs));
+    }
+}
+
+// The file changed during the call through another object: appends are seen, cuts beyond what
+// the scan has read ahead are seen, and before the call answers that no record is left, or
+// stops on its last record near the end, it takes the file as it is now.
+TEST_F(ScanFragmentsTest, ChangesDuringTheCallAreSeenAsSingleCallsSeeThem) {
+    std::string big;
+    for (int i = 0; big.size() < 3000000; ++i) big += "<r>" + std::to_string(i) + "</r>\n";
+    struct Scenario {
+        const char* name;
+        std::string file;
+        std::vector<Change> changes;
+        int maxCount;
+    };
+    const Scenario scenarios[] = {
+        {"a record appended after each of the first three",
+         "<r>1</r><r>2</r><r>3</r>",
+         {{1, -1, "<r>new1</r>"}, {2, -1, "<r>new2</r>"}, {3, -1, "<r>new3</r>"}},
+         0},
+        {"an unfinished record completed", "<r>1</r><r>2</r><r>part", {{1, -1, "ial</r>"}}, 0},
+        {"an unfinished record cut away",
+         "<r>1</r><r>2</r><r>part",
+         {{2, 16, ""}, {3, -1, "<r>x</r>"}},
+         0},
+        {"bytes without a record appended, the last record counted",
+         "<r>1</r><r>2</r><r>3</r>",
+         {{1, -1, std::string(300, 'j')}},
+         3},
+        {"a cut below the last record counted", "<r>1</r><r>2</r><r>3</r>tail", {{1, 24, ""}}, 3},
+        {"the file grows by a record on each of 2,000", "<r>0</r>", {}, 0},
+        {"a cut ahead of the window", big, {{1, 2000000, "<r>end</r>"}}, 0},
+        {"records appended to a large file", big, {{5, -1, "<r>a</r>\n<r>b</r>"}}, 0},
+        {"a cut ahead of the window, the count ending past it", big, {{3, 1500000, ""}}, 200000},
+    };
+    for (const Scenario& sc : scenarios) {
+        SCOPED_TRACE(sc.name);
+        const bool growing = sc.changes.empty();
+        Outcome outcome[2];
+        for (int loop = 0; loop < 2; ++loop) {
+            XString p = X(writeFile(loop ? "loop" : "scan", sc.file));
+            ClsFileAccess reader, writer;
+            ASSERT_TRUE(reader.OpenForRead(p) && writer.OpenForReadWrite(p));
+            outcome[loop] = scanOnce(reader, loop == 1, sc.maxCount, "<r>", "</r>", "utf-8",
+                                     [&](const std::string&, int n) {
+                                         for (const Change& c : sc.changes)
+                                             if (c.onRecord == n)
+                                                 change(writer, c.cutTo, c.appended);
+                                         if (growing && n <= 2000)
+                                             change(writer, -1, "<r>" + std::to_string(n) + "</r>");
+                                         return true;
+                                     });
+        }
+        EXPECT_EQ(outcome[0], outcome[1]);
+    }
+}
+
+}  // namespace
