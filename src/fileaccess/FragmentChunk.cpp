@@ -99,27 +99,28 @@ bool WindowChunk::mirror(bool ok) {
     return ok;
 }
 
+// The window's reads start one chunk long and double with each refill up to its full size: a
+// call that hands over a few records reads little more than they need, one that hands over
+// many soon reads in large blocks.
 bool WindowChunk::refill() {
     const long long windowEnd = m_windowStart + m_windowLength;
-    unsigned keep = 0;
-    if (m_stale) {
-        m_stale = false;
-        m_memos.fill(Memo{});
-    } else if (m_start >= m_windowStart && m_start <= windowEnd) {
-        keep = static_cast<unsigned>(windowEnd - m_start);
-        std::memmove(m_window, m_window + (m_start - m_windowStart), keep);
-    }
+    const bool keeping = !m_stale && m_start >= m_windowStart && m_start <= windowEnd;
+    const unsigned keep = keeping ? static_cast<unsigned>(windowEnd - m_start) : 0;
+    if (keep > 0) std::memmove(m_window, m_window + (m_start - m_windowStart), keep);
+    if (m_filled) m_reach = std::min(kWindowSize, 2 * m_reach);
+    if (m_stale) m_memos.fill(Memo{});
+    m_stale = false;
     m_windowStart = m_start;
     m_windowLength = keep;
     unsigned got = 0;
     bool eof = false;
     // The error is not this scan's to report: single calls may never read that far.
     _ovLogger ignored;
-    if (!m_handle.preadBytes(m_window + keep, kWindowSize - keep, m_start + keep, got, eof,
-                             &ignored))
+    if (!m_handle.preadBytes(m_window + keep, m_reach - keep, m_start + keep, got, eof, &ignored))
         return false;
     m_windowLength += got;
     m_windowAtEnd = eof;
+    m_filled = true;
     return true;
 }
 

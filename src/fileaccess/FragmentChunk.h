@@ -13,9 +13,10 @@
 namespace fragments {
 
 constexpr unsigned kChunkSize = 65536;
-// WindowChunk's window: large enough that its reads cost nothing per record, small enough to
-// stay in the processor's second-level cache while its records are searched and copied. It
-// is refilled, to start at the chunk's start, when less than a chunk is left in it.
+// WindowChunk's window at its full size: large enough that its reads cost nothing per record,
+// small enough to stay in the processor's second-level cache while its records are searched
+// and copied. It is refilled, to start at the chunk's start, when less than a chunk is left
+// in it; its first read is one chunk long, and each refill reads twice as far, up to this size.
 constexpr unsigned kWindowSize = 512u << 10;
 
 class Chunk {
@@ -122,6 +123,8 @@ class WindowChunk final : public Chunk {
     OrvaneHandle& m_handle;
     LogBase& m_log;
     unsigned char* m_window = nullptr;
+    unsigned m_reach = kChunkSize;  // how much of the window its reads fill
+    bool m_filled = false;          // the window has been read once
     long long m_windowStart = 0;
     unsigned m_windowLength = 0;
     bool m_windowAtEnd = false;  // the window reaches the end of the file

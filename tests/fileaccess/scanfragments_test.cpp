@@ -2,11 +2,13 @@
 // flag, position and log.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "fileaccess/LogProbe.h"
+#include "foundation/fs/SysCalls.h"
 
 namespace {
 
@@ -140,6 +142,46 @@ TEST_F(ScanFragmentsTest, ChangesDuringTheCallAreSeenAsSingleCallsSeeThem) {
         }
         EXPECT_EQ(outcome[0], outcome[1]);
     }
+}
+
+// A call that hands over a few records reads little more than they need: its first read is one
+// chunk long. One that goes on reads twice as far each time, up to the 512 KiB window, which
+// is then refilled when less than a chunk is left in it.
+std::vector<size_t> g_reads;
+TEST_F(ScanFragmentsTest, ReadsGrowWithTheRecordsHandedOver) {
+    std::string file;
+    int records = 0;
+    for (; file.size() < 3000000; ++records) file += "<r>" + std::to_string(records) + "</r>\n";
+    XString p = X(writeFile("f", file)), b("<r>"), e("</r>"), cs("utf-8");
+    ASSERT_CALL_OK(fa, fa.OpenForRead(p));
+    sysCalls().pread = [](int fd, void* buf, size_t n, off_t off) {
+        g_reads.push_back(n);
+        return realSysCalls().pread(fd, buf, n, off);
+    };
+    auto readsOf = [&](int maxCount) {
+        g_reads.clear();
+        const int n =
+            fa.ScanFragments(false, maxCount, b, e, cs, [](const XString&) { return true; });
+        EXPECT_EQ(n, maxCount > 0 ? maxCount : records - 1 - 10 - 10000);
+        return g_reads;
+    };
+    const std::vector<size_t> one = readsOf(1), ten = readsOf(10), many = readsOf(10000);
+    const std::vector<size_t> rest = readsOf(0);
+    sysCalls().pread = realSysCalls().pread;
+    EXPECT_EQ(one, std::vector<size_t>{65536});
+    // Ten records of about ten bytes: the second is in a chunk that reaches past the first read.
+    ASSERT_EQ(ten.size(), 2u);
+    EXPECT_EQ(ten[0], 65536u);
+    EXPECT_LE(ten[1], 65536u + 100);
+    // Ten thousand: reads of 64, 128 and 256 KiB (less what each keeps).
+    ASSERT_EQ(many.size(), 3u);
+    EXPECT_GT(many[2], 131072u);
+    EXPECT_LE(many[2], 262144u);
+    // The rest: each read but the first few brings at least the window less a chunk.
+    const size_t largest = *std::max_element(rest.begin(), rest.end());
+    EXPECT_LE(largest, 524288u);
+    EXPECT_GT(largest, 524288u - 65536);
+    EXPECT_LE(rest.size(), file.size() / (524288 - 65536) + 4);
 }
 
 }  // namespace
