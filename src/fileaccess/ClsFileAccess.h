@@ -451,7 +451,8 @@ class FA_API ClsFileAccess : public ClsBase {
     /// ("Unable to set file pointer to scanning start point."), a marker the charset cannot hold or
     /// of 65,536 bytes or more, a failed read. `sb` is changed only with 1. The call moves the file
     /// position and sets `get_EndOfFile` to whether its last chunk reached the end of the file.
-    /// With verbose logging the arguments and steps are logged; no success/failure line.
+    /// With verbose logging the arguments and steps are logged; no success/failure line. A record
+    /// longer than a chunk is gathered, then appended (in UTF-8) without a second copy of it.
     int ReadNextFragment(bool startAtBeginning, XString& beginMarker, XString& endMarker,
                          XString& charset, ClsStringBuilder& sb);
     /// Hands `onFragment` the records that `ReadNextFragment` would return, many per call. They are
@@ -478,6 +479,11 @@ class FA_API ClsFileAccess : public ClsBase {
     /// handed over as the file held them when it was read, and a call that `onFragment` stops on a
     /// record whose chunk reaches the end of the file leaves the end-of-file flag and position of
     /// the size the file had when that chunk was read.
+    ///
+    /// Memory: the 512 KiB window, and a record longer than a chunk once. In UTF-8 the bytes of
+    /// such a record become the text handed over without a second copy; in another charset its
+    /// bytes and its decoded text are held together while it is decoded (about the bytes plus
+    /// twice the text).
     int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker, XString& endMarker,
                       XString& charset,
                       const std::function<bool(const XString& fragment)>& onFragment);

@@ -5,6 +5,8 @@
 // markers both turn up early, the rest of the chunk is never read. A scan of many records
 // serves its chunks from a large window of the file instead, so that a record costs no
 // system call at all.
+#include <string>
+
 #include "fileaccess/ClsFileAccess.h"
 #include "fileaccess/FragmentScan.h"
 #include "foundation/base/MethodFrame.h"
@@ -30,7 +32,7 @@ int ClsFileAccess::readNextFragment(bool startAtBeginning, XString& beginMarker,
     fragments::ReadChunk chunk(*m_handle, m_scanChunk, m_log, !verbose);
     fragments::FragmentScan scan(*m_scanMarkers, chunk, *m_handle, m_scanFragment, m_log, verbose);
     const int result = scan.next(m_fragmentScanOffset, m_endOfFile);
-    if (result == 1) m_scanMarkers->decodeAppend(scan.recordData(), scan.recordSize(), sb.m_str);
+    if (result == 1) scan.appendRecord(sb.m_str);
     releaseLargeFragment();
     return result;
 }
@@ -71,8 +73,12 @@ int ClsFileAccess::ScanFragments(bool startAtBeginning, int maxCount, XString& b
         if (result != 1) break;
         ++count;
         text.clear();
-        m_scanMarkers->decodeAppend(scan.recordData(), scan.recordSize(), text);
-        if (!onFragment(text)) break;
+        scan.appendRecord(text);
+        const bool goOn = onFragment(text);
+        // A long record's text is not kept while the next one is gathered.
+        if (text.getSizeUtf8() > kKeptFragmentCapacity)
+            std::string().swap(text.getUtf8Sb_rw().str());
+        if (!goOn) break;
     }
     if (verbose) m_log.LogDataLong("numFragments", count);
     releaseLargeFragment();

@@ -39,6 +39,12 @@ void FragmentScan::restart() {
     m_seekingEnd = false;
     m_record = nullptr;
     m_recordSize = 0;
+    m_spans = false;
+}
+
+bool FragmentScan::appendRecord(XString& out) {
+    if (!m_spans) return m_markers.decodeAppend(m_record, m_recordSize, out);
+    return m_markers.decodeTaking(m_fragment, out);
 }
 
 // Places the handle where the whole-chunk reads would have left it.
@@ -157,6 +163,7 @@ FragmentScan::Pass FragmentScan::found(unsigned from, unsigned to) {
         m_fragment.append(m_chunk.data() + from, to - from);
         m_record = m_fragment.getData2();
         m_recordSize = m_fragment.getSize();
+        m_spans = true;
     }
     return Pass::Found;
 }
