@@ -2,12 +2,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <fstream>
 #include <functional>
 #include <random>
 #include <string>
-#include <vector>
 
 #include "fileaccess/LogProbe.h"
 #include "foundation/fs/SysCalls.h"
@@ -222,136 +220,6 @@ TEST_F(FragmentTest, AgreesWithReferenceScannerOnRandomFiles) {
             if (want.call[0] != '1') break;
             offset = want.offset;
         }
-    }
-}
-
-// ScanFragments against a loop of single calls on random files: records that straddle chunk
-// and window seams, longer than a chunk or a window, tag markers with and without
-// attributes, overlapping markers, a limit, a consumer that stops early; then one more single
-// call and a read from the position left behind, on both objects.
-TEST_F(FragmentTest, ScanGivesWhatSingleCallsGive) {
-    const std::string markers[][2] = {{"<r>", "</r>"}, {"<r", "</r>"}, {"ab", "b"}, {"#", "$"}};
-    const std::string noise[] = {"<r", "<r ", "<r\t", "<r\n", "</r", "a",
-                                 "b",  "#",   "$",    "x",    "<r>", "</r>"};
-    std::mt19937 rng(20261124);
-    auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
-    auto nearSeam = [&] { return (kChunk << pick(4)) - 8 + pick(16); };
-    for (int fileNo = 0; fileNo < 60; ++fileNo) {
-        const auto& [begin, end] = markers[pick(4)];
-        std::string file;
-        // Few records, some longer than a chunk or the scanner's window; or thousands of
-        // short ones, which cross the window's seams many times.
-        const bool few = pick(2);
-        const size_t records = few ? 2 + pick(8) : 4000 + pick(8000);
-        for (size_t r = 0; r < records; ++r) {
-            for (size_t gap = few && pick(4) == 0 ? nearSeam() : pick(12), start = file.size();
-                 file.size() - start < gap;)
-                file += pick(6) == 0 ? noise[pick(12)] : noise[9];
-            file += begin;
-            if (begin == "<r>" && pick(3) == 0) file.back() = " \t\r\n"[pick(4)];
-            file += std::string(few && pick(3) == 0 ? nearSeam() : pick(150), 'q');
-            if (pick(few ? 6 : 3000) != 0) file += end;
-        }
-        const int maxCount = pick(3) == 0 ? 1 + static_cast<int>(pick(records)) : 0;
-        const size_t stopAfter = pick(3) == 0 ? 1 + pick(records) : ~size_t{0};
-        const bool verbose = fileNo % 10 == 0;
-        SCOPED_TRACE("file " + std::to_string(fileNo) + ", " + begin + " " + end + ", max " +
-                     std::to_string(maxCount) + ", stop " + std::to_string(stopAfter));
-        openWith(file);
-        ClsFileAccess single;
-        XString p = X(path("f.txt")), b(begin.c_str()), e(end.c_str()), cs("utf-8");
-        ASSERT_CALL_OK(single, single.OpenForRead(p));
-        fa.put_VerboseLogging(verbose);
-        std::vector<std::string> scanned, called;
-        const int got = fa.ScanFragments(true, maxCount, b, e, cs, [&](const XString& text) {
-            scanned.push_back(text.getUtf8());
-            return scanned.size() < stopAfter;
-        });
-        int rc = 1;
-        while (called.size() < (maxCount > 0 ? size_t(maxCount) : ~size_t{0}) &&
-               called.size() < stopAfter) {
-            ClsStringBuilder sb;
-            rc = single.ReadNextFragment(called.empty(), b, e, cs, sb);
-            if (rc != 1) break;
-            called.push_back(sb.m_str.getUtf8());
-        }
-        ASSERT_EQ(got, rc < 0 ? -1 : static_cast<int>(called.size()));
-        ASSERT_TRUE(scanned == called) << scanned.size() << " records against " << called.size();
-        ASSERT_EQ(fa.get_EndOfFile(), single.get_EndOfFile());
-        // The lines a scan that ran to the end leaves are those of the single call that ended it.
-        auto lines = [](ClsFileAccess& obj) {
-            std::string s;
-            for (const LogEntry& entry : obj.lastErrorLog().entries())
-                if (entry.kind == LogKind::Error || entry.kind == LogKind::Info)
-                    s += entry.text + "\n";
-            return s;
-        };
-        ASSERT_EQ(verbose ? "" : lines(fa), verbose ? "" : lines(single));
-        fa.put_VerboseLogging(false);
-        ClsStringBuilder after1, after2;
-        ASSERT_EQ(fa.ReadNextFragment(false, b, e, cs, after1),
-                  single.ReadNextFragment(false, b, e, cs, after2));
-        ASSERT_STREQ(after1.m_str.getUtf8(), after2.m_str.getUtf8());
-        DataBuffer at1, at2;
-        ASSERT_TRUE(fa.FileRead(16, at1) && single.FileRead(16, at2));
-        ASSERT_EQ(bytesOf(at1), bytesOf(at2));
-    }
-}
-
-// The log of an object's last call without its first line, the call's name.
-std::string logBody(ClsFileAccess& obj) {
-    const std::string log = lastLog(obj);
-    return log.substr(log.find('\n') + 1);
-}
-
-// A bad spot in the file (every read that covers one byte fails) ends a scan exactly where
-// single calls end: the same records, -1, end-of-file flag, position and log lines, for bad
-// bytes before, inside and after records, at piece, chunk and window seams.
-long long g_badAt;
-ssize_t readCoveringBadByte(int fd, void* p, size_t n, off_t off) {
-    if (off <= g_badAt && g_badAt < off + static_cast<long long>(n)) return errno = EIO, -1;
-    return realSysCalls().pread(fd, p, n, off);
-}
-TEST_F(FragmentTest, AReadErrorEndsTheScanWhereSingleCallsEnd) {
-    std::string file;
-    std::mt19937 rng(17);
-    for (int i = 0; file.size() < 1300000; ++i) {
-        file += "<r>" + std::to_string(i);
-        file += std::string(i % 50 == 7 ? 70000 + rng() % 70000 : rng() % 200, 'x') + "</r>\n";
-    }
-    const std::string p = writeFile("f.txt", file);
-    std::vector<long long> badBytes;
-    const long long chunk = kChunk;
-    for (long long seam : {4096LL, 16384LL, chunk, 8 * chunk, 10 * chunk, 16 * chunk})
-        for (long long k = 1; k * seam < 1300000 && k < 4; ++k)
-            for (long long d : {-1LL, 0LL, 1LL}) badBytes.push_back(k * seam + d);
-    for (int i = 0; i < 40; ++i) badBytes.push_back(rng() % file.size());
-    badBytes.push_back(static_cast<long long>(file.size()) - 1);
-    XString b("<r>"), e("</r>"), cs("utf-8"), x = X(p);
-    for (long long bad : badBytes) {
-        SCOPED_TRACE("bad byte at " + std::to_string(bad));
-        g_badAt = bad;
-        ClsFileAccess scanned, single;
-        ASSERT_TRUE(scanned.OpenForRead(x) && single.OpenForRead(x));
-        sysCalls().pread = readCoveringBadByte;
-        std::vector<std::string> got, want;
-        const int n = scanned.ScanFragments(true, 0, b, e, cs, [&](const XString& rec) {
-            got.push_back(rec.getUtf8());
-            return true;
-        });
-        int rc = 1;
-        for (ClsStringBuilder sb; (rc = single.ReadNextFragment(want.empty(), b, e, cs, sb)) == 1;
-             sb.m_str.clear())
-            want.push_back(sb.m_str.getUtf8());
-        sysCalls().pread = realSysCalls().pread;
-        ASSERT_EQ(n, rc < 0 ? -1 : static_cast<int>(want.size()));
-        ASSERT_EQ(got.size(), want.size());
-        ASSERT_TRUE(got == want);
-        ASSERT_EQ(logBody(scanned), logBody(single));
-        ASSERT_EQ(scanned.get_EndOfFile(), single.get_EndOfFile());
-        DataBuffer at1, at2;
-        ASSERT_TRUE(scanned.FileRead(16, at1) && single.FileRead(16, at2));
-        ASSERT_EQ(bytesOf(at1), bytesOf(at2));
     }
 }
 

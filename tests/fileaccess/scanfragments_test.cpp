@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <cerrno>
+#include <iterator>
+#include <random>
+
 #include <algorithm>
 #include <functional>
 #include <string>
@@ -53,25 +57,189 @@ Outcome scanOnce(ClsFileAccess& obj, bool loop, int maxCount, const std::string&
         return consume(rec, static_cast<int>(o.records.size()));
     };
     if (!loop) {
-        o.result = obj.ScanFragments(true, maxCount, b, e, cs,
-                                     [&](const XString& rec) { return take(rec.getUtf8()); });
+        o.result = obj.ScanFragments(true, maxCount, b, e, cs, [&](const XString& rec) {
+            return take(std::string(rec.view()));
+        });
     } else {
         int rc = 1;
         while (maxCount <= 0 || static_cast<int>(o.records.size()) < maxCount) {
             ClsStringBuilder sb;
             rc = obj.ReadNextFragment(o.records.empty(), b, e, cs, sb);
-            if (rc != 1 || !take(sb.m_str.getUtf8())) break;
+            if (rc != 1 || !take(std::string(sb.m_str.view()))) break;
         }
         o.result = rc < 0 ? -1 : static_cast<int>(o.records.size());
     }
     o.eof = obj.get_EndOfFile();
     o.log = logBody(obj);
-    DataBuffer at;
-    if (obj.FileRead(16, at)) o.after = bytesOf(at);
     return o;
 }
 
+// What follows a scan: the bytes at the position it left, then what one more single call
+// gives (without verbose logging).
+std::string afterScan(ClsFileAccess& obj, const std::string& begin, const std::string& end,
+                      const std::string& charset) {
+    DataBuffer at;
+    std::string seen = obj.FileRead(16, at) ? bytesOf(at) : "(read failed)";
+    XString b(begin.c_str()), e(end.c_str()), cs(charset.c_str());
+    ClsStringBuilder sb;
+    obj.put_VerboseLogging(false);
+    const int rc = obj.ReadNextFragment(false, b, e, cs, sb);
+    return seen + " | " + std::to_string(rc) + " " + std::string(sb.m_str.view());
+}
+
 class ScanFragmentsTest : public FileAccessTest {};
+
+constexpr size_t kChunk = 65536;
+
+struct MarkerPair {
+    const char* begin;
+    const char* end;
+};
+
+// Random text around records for `m`: `few` records, some longer than a chunk or than the
+// scan's window, or thousands of short ones; with `straddle`, one record across every multiple
+// of 65,536 bytes (counted in bytes of `unit` per character). `ending`: 0 as it comes, 1 an end
+// marker as the last bytes, 2 a begin marker as the last bytes, 3 half an end marker.
+std::string randomText(std::mt19937& rng, const MarkerPair& m, size_t unit, bool few, bool straddle,
+                       int ending) {
+    static const char* const kNoise[] = {"<r", "<r ", "<r\t", "<r\n", "</r", "a",   "b",
+                                         "ab", "#",   "$",    "|",    "<a",  "<a>", "\r\n",
+                                         "\r", "<r>", "</r>", "aba",  "bab"};
+    auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
+    auto nearSeam = [&] { return (kChunk << pick(4)) - 8 + pick(16); };
+    const std::string begin = m.begin, end = m.end;
+    std::string text;
+    auto noise = [&](size_t chars) {
+        for (const size_t start = text.size(); text.size() - start < chars;)
+            text += pick(6) == 0 ? kNoise[pick(std::size(kNoise))] : "x";
+    };
+    auto record = [&](size_t body) {
+        text += begin;
+        if (begin == "<r>" && pick(3) == 0) text.back() = " \t\r\n"[pick(4)];
+        text += std::string(body, 'q');
+        if (pick(few ? 6 : 3000) != 0) text += end;
+    };
+    const size_t records = straddle ? 8 + pick(10) : few ? 2 + pick(8) : 4000 + pick(8000);
+    size_t seam = kChunk;
+    for (size_t r = 0; r < records; ++r) {
+        noise(few && pick(4) == 0 ? nearSeam() : pick(12));
+        const size_t body = few && pick(3) == 0 ? nearSeam() : pick(150);
+        if (straddle) {
+            // Its first byte 1 to (its length - 1) bytes before the next seam, in whole
+            // characters; then short records up to well before the seam after.
+            while (seam <= text.size() * unit) seam += kChunk;
+            const size_t length = (begin.size() + body + end.size()) * unit;
+            const size_t before = unit * (1 + pick(length / unit - 1));
+            noise((seam - before) / unit - std::min((seam - before) / unit, text.size()));
+            record(body);
+            seam += kChunk;
+            while (pick(60) != 0 && (text.size() + 50) * unit < seam - 1000)
+                text += "<r>" + std::string(pick(40), 'q') + "</r>";
+            continue;
+        }
+        record(body);
+    }
+    if (ending == 1) text += begin + "tail" + end;
+    if (ending == 2) text += begin;
+    if (ending == 3) text += begin + "tail" + end.substr(0, (end.size() + 1) / 2);
+    return text;
+}
+
+// ASCII text in the scan's charset.
+std::string encoded(const std::string& text, const std::string& charset) {
+    if (charset == "utf-8") return text;
+    std::string out;
+    for (char c : text) out += charset == "utf-16" ? std::string{c, '\0'} : std::string{'\0', c};
+    return out;
+}
+
+long long g_badAt = -1;
+ssize_t readCoveringBadByte(int fd, void* p, size_t n, off_t off) {
+    if (off <= g_badAt && g_badAt < off + static_cast<long long>(n)) return errno = EIO, -1;
+    return realSysCalls().pread(fd, p, n, off);
+}
+
+// ScanFragments against a loop of single calls on random files: markers that overlap or are
+// equal, tags with and without attributes, CR LF, UTF-8 and UTF-16 both ways, records across
+// every multiple of 65,536, longer than a chunk or the window, markers as the file's last
+// bytes, a limit, a consumer that stops early, and a read error somewhere (-1). Compared: the
+// records, the result, the end-of-file flag, the whole log (without verbose logging), the bytes
+// at the position left behind and what one more single call gives.
+TEST_F(ScanFragmentsTest, ScanGivesWhatSingleCallsGive) {
+    const MarkerPair markers[] = {{"<r>", "</r>"},  {"<r", "</r>"}, {"ab", "b"},
+                                  {"#", "$"},       {"|", "|"},     {"<a>", "<a>"},
+                                  {"\r\n", "\r\n"}, {"aba", "bab"}};
+    const char* const charsets[] = {"utf-8", "utf-16", "utf-16be"};
+    std::mt19937 rng(20261124);
+    auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
+    for (int fileNo = 0; fileNo < 96; ++fileNo) {
+        const MarkerPair& m = markers[fileNo % std::size(markers)];
+        const std::string charset = charsets[pick(4) % 3];
+        const size_t mode = pick(3);
+        const std::string file = encoded(randomText(rng, m, charset == "utf-8" ? 1 : 2, mode == 0,
+                                                    mode == 2, static_cast<int>(pick(4))),
+                                         charset);
+        const int records = static_cast<int>(std::count(file.begin(), file.end(), m.begin[0]));
+        const int maxCount = pick(3) == 0 ? 1 + static_cast<int>(pick(records + 1)) : 0;
+        const int stopAfter = pick(3) == 0 ? 1 + static_cast<int>(pick(records + 1)) : 0;
+        const bool verbose = fileNo % 10 == 0;
+        g_badAt = pick(5) == 0 ? static_cast<long long>(pick(file.size())) : -1;
+        SCOPED_TRACE("file " + std::to_string(fileNo) + " of " + std::to_string(file.size()) +
+                     " bytes, " + m.begin + " " + m.end + ", " + charset + ", max " +
+                     std::to_string(maxCount) + ", stop " + std::to_string(stopAfter) +
+                     ", bad byte " + std::to_string(g_badAt));
+        XString p = X(writeFile("f", file));
+        Outcome outcome[2];
+        for (int loop = 0; loop < 2; ++loop) {
+            ClsFileAccess obj;
+            ASSERT_TRUE(obj.OpenForRead(p));
+            obj.put_VerboseLogging(verbose);
+            sysCalls().pread = readCoveringBadByte;
+            outcome[loop] = scanOnce(obj, loop == 1, maxCount, m.begin, m.end, charset,
+                                     [&](const std::string&, int n) { return n != stopAfter; });
+            sysCalls().pread = realSysCalls().pread;
+            if (verbose) outcome[loop].log.clear();
+            outcome[loop].after = afterScan(obj, m.begin, m.end, charset);
+        }
+        ASSERT_EQ(outcome[0], outcome[1]);
+    }
+}
+
+// A bad spot in the file (every read that covers one byte fails) ends a scan exactly where
+// single calls end: the same records, -1, end-of-file flag, position and log lines, for bad
+// bytes before, inside and after records, at piece, chunk and window seams.
+TEST_F(ScanFragmentsTest, AReadErrorEndsTheScanWhereSingleCallsEnd) {
+    std::string file;
+    std::mt19937 rng(17);
+    for (int i = 0; file.size() < 1300000; ++i) {
+        file += "<r>" + std::to_string(i);
+        file += std::string(i % 50 == 7 ? 70000 + rng() % 70000 : rng() % 200, 'x') + "</r>\n";
+    }
+    XString p = X(writeFile("f.txt", file));
+    std::vector<long long> badBytes;
+    const long long chunk = kChunk;
+    for (long long seam : {4096LL, 16384LL, chunk, 8 * chunk, 10 * chunk, 16 * chunk})
+        for (long long k = 1; k * seam < 1300000 && k < 4; ++k)
+            for (long long d : {-1LL, 0LL, 1LL}) badBytes.push_back(k * seam + d);
+    for (int i = 0; i < 40; ++i) badBytes.push_back(rng() % file.size());
+    badBytes.push_back(static_cast<long long>(file.size()) - 1);
+    for (long long bad : badBytes) {
+        SCOPED_TRACE("bad byte at " + std::to_string(bad));
+        g_badAt = bad;
+        Outcome outcome[2];
+        for (int loop = 0; loop < 2; ++loop) {
+            ClsFileAccess obj;
+            ASSERT_TRUE(obj.OpenForRead(p));
+            sysCalls().pread = readCoveringBadByte;
+            outcome[loop] = scanOnce(obj, loop == 1, 0, "<r>", "</r>", "utf-8",
+                                     [](const std::string&, int) { return true; });
+            sysCalls().pread = realSysCalls().pread;
+            outcome[loop].after = afterScan(obj, "<r>", "</r>", "utf-8");
+        }
+        ASSERT_EQ(outcome[0].result, -1);
+        ASSERT_EQ(outcome[0], outcome[1]);
+    }
+}
 
 // A change the consumer makes to the file through another object when it gets a record.
 struct Change {
@@ -140,6 +308,7 @@ TEST_F(ScanFragmentsTest, ChangesDuringTheCallAreSeenAsSingleCallsSeeThem) {
                                              change(writer, -1, "<r>" + std::to_string(n) + "</r>");
                                          return true;
                                      });
+            outcome[loop].after = afterScan(reader, "<r>", "</r>", "utf-8");
         }
         EXPECT_EQ(outcome[0], outcome[1]);
     }
