@@ -5,8 +5,8 @@
 //
 // Without an argument it first writes a sample file of 20,000 <rec> records into the
 // temporary directory. A record is the stretch from a begin marker through the next end
-// marker; the begin marker <rec> also matches the tag with attributes. Memory use stays at a
-// few hundred KiB plus the longest record, whatever the file's size.
+// marker; the begin marker <rec> also matches the tag with attributes. Memory use stays at
+// about half a MiB (the scan's window) plus the longest record, whatever the file's size.
 #include <cstdio>
 #include <string>
 

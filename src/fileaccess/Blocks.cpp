@@ -101,7 +101,11 @@ bool ClsFileAccess::readBlockDb(int blockIndex, int blockSize, DataBuffer& out, 
     bool eof = m_endOfFile;
     const bool ok = m_handle->preadBytes(out.getData2(), toRead, blockPos, numRead, eof, &log);
     m_endOfFile = eof;
-    if (!ok) return false;
+    if (!ok) {
+        // A read that fails leaves the position where reading from the block's start stopped.
+        m_handle->setFilePointerAbsolute(blockPos + numRead, nullptr);
+        return false;
+    }
     if (numRead == toRead) {
         out.setDataSize_CAUTION(numRead);
         return true;

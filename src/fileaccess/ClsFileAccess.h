@@ -455,7 +455,8 @@ class FA_API ClsFileAccess : public ClsBase {
     /// ("Unable to set file pointer to scanning start point."), a marker the charset cannot hold or
     /// of 65,536 bytes or more, a failed read. `sb` is changed only with 1. The call moves the file
     /// position and sets `get_EndOfFile` to whether its last chunk reached the end of the file.
-    /// With verbose logging the arguments and steps are logged; no success/failure line.
+    /// With verbose logging the arguments and steps are logged; no success/failure line. A record
+    /// longer than a chunk is gathered, then appended (in UTF-8) without a second copy of it.
     int ReadNextFragment(bool startAtBeginning, XString& beginMarker, XString& endMarker,
                          XString& charset, ClsStringBuilder& sb);
     /// Hands `onFragment` the records that `ReadNextFragment` would return, many per call. They are
@@ -465,11 +466,28 @@ class FA_API ClsFileAccess : public ClsBase {
     /// (no limit when 0 or less), after a record for which `onFragment` returns false, or where the
     /// next call would return 0 or -1. Returns the number of records handed over, or -1 when the
     /// calls would have ended with -1, with the same checks and error lines (records handed over
-    /// before stay handed over). The text passed is valid during the call only. `onFragment` runs
-    /// under the object's lock and must not call methods of this object; an exception it throws
-    /// reaches the caller. Reads the file in large blocks, so a record costs no system call. With
-    /// verbose logging the arguments are logged once and "numFragments" at the end; no
-    /// success/failure line.
+    /// before stay handed over). An empty `onFragment` is refused first, with -1 and the error
+    /// "onFragment is empty.", leaving the offset, flag and position as they were. The text passed
+    /// is valid during the call only. `onFragment` runs under the object's lock and must not call
+    /// methods of this object; an exception it throws reaches the caller. With verbose logging the
+    /// arguments are logged once and "numFragments" at the end; no success/failure line.
+    ///
+    /// The file is read in large blocks, up to 512 KiB ahead of the record handed over, so that a
+    /// record costs no system call. A change made to the file while the call runs (by `onFragment`
+    /// through another object, or by anyone else) is seen as single calls would see it where it
+    /// lies beyond what has been read ahead: bytes appended, a cut beyond that part. Before the
+    /// call answers that no record is left, and before it hands over the `maxCount`-th record when
+    /// the 65,536-byte chunk that record ends in reaches the end of the file, it checks the file's
+    /// size and, when that changed, reads again from the record's start. A change inside the part
+    /// already read ahead is not seen until the scan reaches the end of that part: records are
+    /// handed over as the file held them when it was read, and a call that `onFragment` stops on a
+    /// record whose chunk reaches the end of the file leaves the end-of-file flag and position of
+    /// the size the file had when that chunk was read.
+    ///
+    /// Memory: the 512 KiB window, and a record longer than a chunk once. In UTF-8 the bytes of
+    /// such a record become the text handed over without a second copy; in another charset its
+    /// bytes and its decoded text are held together while it is decoded (about the bytes plus
+    /// twice the text).
     int ScanFragments(bool startAtBeginning, int maxCount, XString& beginMarker, XString& endMarker,
                       XString& charset,
                       const std::function<bool(const XString& fragment)>& onFragment);

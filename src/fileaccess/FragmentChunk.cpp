@@ -60,7 +60,8 @@ bool ReadChunk::settle() {
     if (m_complete) return true;
     const long long size = m_lazy ? m_handle.regularFileSize64() : -1;
     if (size < m_start + m_held) return fetch(kChunkSize);
-    completeWith(static_cast<unsigned>(std::min(size - m_start, static_cast<long long>(kChunkSize))));
+    completeWith(
+        static_cast<unsigned>(std::min(size - m_start, static_cast<long long>(kChunkSize))));
     return true;
 }
 
@@ -84,47 +85,79 @@ WindowChunk::~WindowChunk() {
 
 bool WindowChunk::reset(long long start) {
     begin(start);
+    if (m_readingSingly) return mirror(m_single.reset(start));
     if (!m_window) m_window = new (std::nothrow) unsigned char[kWindowSize];
     return m_window != nullptr;
 }
 
+bool WindowChunk::mirror(bool ok) {
+    m_data = m_single.data();
+    m_held = m_single.held();
+    m_complete = m_single.complete();
+    m_length = m_single.length();
+    m_eof = m_single.eof();
+    return ok;
+}
+
+// The window's reads start one chunk long and double with each refill up to its full size: a
+// call that hands over a few records reads little more than they need, one that hands over
+// many soon reads in large blocks.
 bool WindowChunk::refill() {
     const long long windowEnd = m_windowStart + m_windowLength;
-    unsigned keep = 0;
-    if (m_start >= m_windowStart && m_start <= windowEnd) {
-        keep = static_cast<unsigned>(windowEnd - m_start);
-        std::memmove(m_window, m_window + (m_start - m_windowStart), keep);
-    }
+    const bool keeping = !m_stale && m_start >= m_windowStart && m_start <= windowEnd;
+    const unsigned keep = keeping ? static_cast<unsigned>(windowEnd - m_start) : 0;
+    if (keep > 0) std::memmove(m_window, m_window + (m_start - m_windowStart), keep);
+    if (m_filled) m_reach = std::min(kWindowSize, 2 * m_reach);
+    if (m_stale) m_memos.fill(Memo{});
+    m_stale = false;
     m_windowStart = m_start;
     m_windowLength = keep;
     unsigned got = 0;
     bool eof = false;
-    // A read error further ahead must not fail the records before it, which single calls
-    // would have returned: when the whole window cannot be read, only the chunk is.
-    _ovLogger ahead;
-    if (!m_handle.preadBytes(m_window + keep, kWindowSize - keep, m_start + keep, got, eof,
-                             &ahead)) {
-        if (!m_handle.preadBytes(m_window + keep, kChunkSize - keep, m_start + keep, got, eof,
-                                 &m_log))
-            return false;
-    }
+    // The error is not this scan's to report: single calls may never read that far.
+    _ovLogger ignored;
+    if (!m_handle.preadBytes(m_window + keep, m_reach - keep, m_start + keep, got, eof, &ignored))
+        return false;
     m_windowLength += got;
     m_windowAtEnd = eof;
+    m_filled = true;
     return true;
 }
 
-bool WindowChunk::settle() {
-    if (m_complete) return true;
+bool WindowChunk::settleFromWindow() {
+    if (m_complete || m_readingSingly) return true;
     const long long windowEnd = m_windowStart + m_windowLength;
     const bool inside = m_start >= m_windowStart && m_start <= windowEnd;
-    if (!inside || (!m_windowAtEnd && windowEnd - m_start < kChunkSize)) {
-        if (!refill()) return false;
+    if (m_stale || !inside || (!m_windowAtEnd && windowEnd - m_start < kChunkSize)) {
+        if (!refill()) {
+            m_readingSingly = true;
+            return mirror(m_single.reset(m_start));
+        }
     }
     const long long ahead = m_windowStart + m_windowLength - m_start;
     m_data = m_window + (m_start - m_windowStart);
     m_held = static_cast<unsigned>(std::min(ahead, static_cast<long long>(kChunkSize)));
     completeWith(m_held);
     return true;
+}
+
+bool WindowChunk::fetch(unsigned want) {
+    if (!settleFromWindow()) return false;
+    return !m_readingSingly || mirror(m_single.fetch(want));
+}
+
+bool WindowChunk::settle() {
+    if (!settleFromWindow()) return false;
+    return !m_readingSingly || mirror(m_single.settle());
+}
+
+bool WindowChunk::endStands() {
+    if (m_readingSingly) return true;
+    // Sizes that say nothing (-1: not a regular file) leave the window's answer standing.
+    const long long size = m_handle.regularFileSize64();
+    if (size < 0 || size == m_windowStart + m_windowLength) return true;
+    m_stale = true;
+    return false;
 }
 
 WindowChunk::Memo& WindowChunk::memoFor(const DataBuffer& needle) {
@@ -137,7 +170,8 @@ WindowChunk::Memo& WindowChunk::memoFor(const DataBuffer& needle) {
 }
 
 bool WindowChunk::find(const DataBuffer& needle, unsigned from, unsigned& at) {
-    if (!settle()) return false;
+    if (!settleFromWindow()) return false;
+    if (m_readingSingly) return mirror(m_single.find(needle, from, at));
     at = kNotFound;
     const long long len = needle.getSize();
     if (len == 0 || from >= m_length) return true;

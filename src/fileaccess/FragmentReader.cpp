@@ -5,6 +5,8 @@
 // markers both turn up early, the rest of the chunk is never read. A scan of many records
 // serves its chunks from a large window of the file instead, so that a record costs no
 // system call at all.
+#include <string>
+
 #include "fileaccess/ClsFileAccess.h"
 #include "fileaccess/FragmentScan.h"
 #include "foundation/base/MethodFrame.h"
@@ -30,7 +32,7 @@ int ClsFileAccess::readNextFragment(bool startAtBeginning, XString& beginMarker,
     fragments::ReadChunk chunk(*m_handle, m_scanChunk, m_log, !verbose);
     fragments::FragmentScan scan(*m_scanMarkers, chunk, *m_handle, m_scanFragment, m_log, verbose);
     const int result = scan.next(m_fragmentScanOffset, m_endOfFile);
-    if (result == 1) m_scanMarkers->decodeAppend(scan.recordData(), scan.recordSize(), sb.m_str);
+    if (result == 1) scan.appendRecord(sb.m_str);
     releaseLargeFragment();
     return result;
 }
@@ -39,10 +41,15 @@ int ClsFileAccess::ScanFragments(bool startAtBeginning, int maxCount, XString& b
                                  XString& endMarker, XString& charset,
                                  const std::function<bool(const XString&)>& onFragment) {
     ObjectFrame f(*this, "ScanFragments");
+    // Refused before anything moves: not even startAtBeginning resets the offset.
+    if (!onFragment) {
+        m_log.LogError("onFragment is empty.");
+        return -1;
+    }
     if (!prepareFragmentScan(startAtBeginning, beginMarker, endMarker, charset)) return -1;
     const bool verbose = m_log.m_verboseLogging;
     // With verbose logging each record is read as a single call reads it, with its lines.
-    fragments::WindowChunk window(*m_handle, m_log);
+    fragments::WindowChunk window(*m_handle, m_scanChunk, m_log);
     fragments::ReadChunk reads(*m_handle, m_scanChunk, m_log, false);
     fragments::Chunk& chunk = verbose ? static_cast<fragments::Chunk&>(reads) : window;
     fragments::FragmentScan scan(*m_scanMarkers, chunk, *m_handle, m_scanFragment, m_log, verbose);
@@ -54,12 +61,24 @@ int ClsFileAccess::ScanFragments(bool startAtBeginning, int maxCount, XString& b
             result = -1;
             break;
         }
+        const int64_t from = m_fragmentScanOffset;
         result = scan.next(m_fragmentScanOffset, m_endOfFile);
+        // The last record of a limited call, in a chunk that reached the end of the file: the
+        // end-of-file flag and position it leaves depend on the file's size as it is now.
+        const bool last = maxCount > 0 && count + 1 == maxCount;
+        if (result == 1 && last && chunk.eof() && !chunk.endStands()) {
+            m_fragmentScanOffset = from;
+            result = scan.next(m_fragmentScanOffset, m_endOfFile);
+        }
         if (result != 1) break;
         ++count;
         text.clear();
-        m_scanMarkers->decodeAppend(scan.recordData(), scan.recordSize(), text);
-        if (!onFragment(text)) break;
+        scan.appendRecord(text);
+        const bool goOn = onFragment(text);
+        // A long record's text is not kept while the next one is gathered.
+        if (text.getSizeUtf8() > kKeptFragmentCapacity)
+            std::string().swap(text.getUtf8Sb_rw().str());
+        if (!goOn) break;
     }
     if (verbose) m_log.LogDataLong("numFragments", count);
     releaseLargeFragment();

@@ -5,11 +5,9 @@
 namespace fragments {
 
 int FragmentScan::next(int64_t& offset, std::atomic<bool>& eofFlag) {
-    m_fragment.clear();
-    m_seekingEnd = false;
-    m_record = nullptr;
-    m_recordSize = 0;
+    m_endChecked = false;
     long long chunkStart = offset;
+    restart();
     for (;;) {
         if (!m_chunk.reset(chunkStart)) {
             m_log.LogError("Failed to allocate memory.");
@@ -23,6 +21,11 @@ int FragmentScan::next(int64_t& offset, std::atomic<bool>& eofFlag) {
         }
         eofFlag = m_chunk.eof();
         if (pass == Pass::Continue) continue;
+        if (pass == Pass::Again) {
+            chunkStart = offset;
+            restart();
+            continue;
+        }
         if (pass == Pass::Failed) return -1;
         const long long endOfChunk = m_chunk.start() + m_chunk.length();
         if (pass == Pass::NotFound) return leave(endOfChunk, 0);
@@ -31,10 +34,29 @@ int FragmentScan::next(int64_t& offset, std::atomic<bool>& eofFlag) {
     }
 }
 
+void FragmentScan::restart() {
+    m_fragment.clear();
+    m_seekingEnd = false;
+    m_record = nullptr;
+    m_recordSize = 0;
+    m_spans = false;
+}
+
+bool FragmentScan::appendRecord(XString& out) {
+    if (!m_spans) return m_markers.decodeAppend(m_record, m_recordSize, out);
+    return m_markers.decodeTaking(m_fragment, out);
+}
+
 // Places the handle where the whole-chunk reads would have left it.
 int FragmentScan::leave(long long pos, int result) {
     m_handle.setFilePointerAbsolute(pos, nullptr);
     return result;
+}
+
+bool FragmentScan::endConfirmed() {
+    if (m_endChecked) return true;
+    m_endChecked = true;
+    return m_chunk.endStands();
 }
 
 FragmentScan::Pass FragmentScan::seekEnd(long long& chunkStart) {
@@ -46,6 +68,7 @@ FragmentScan::Pass FragmentScan::seekEnd(long long& chunkStart) {
         return found(0, q + end.getSize());
     }
     if (m_chunk.eof()) {
+        if (!endConfirmed()) return Pass::Again;
         m_log.LogInfo("Found begin marker, but hit EOF before finding the end marker.");
         return Pass::NotFound;
     }
@@ -66,6 +89,7 @@ FragmentScan::Pass FragmentScan::seekBegin(long long& chunkStart) {
         if (!m_chunk.find(m_markers.variant(i), 0, p)) return Pass::ReadFailed;
     if (p == kNotFound) {
         if (m_chunk.eof()) {
+            if (!endConfirmed()) return Pass::Again;
             m_log.LogInfo("Did not find the next begin marker.");
             return Pass::NotFound;
         }
@@ -139,6 +163,7 @@ FragmentScan::Pass FragmentScan::found(unsigned from, unsigned to) {
         m_fragment.append(m_chunk.data() + from, to - from);
         m_record = m_fragment.getData2();
         m_recordSize = m_fragment.getSize();
+        m_spans = true;
     }
     return Pass::Found;
 }

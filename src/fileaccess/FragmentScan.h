@@ -30,14 +30,22 @@ class FragmentScan {
     // whole-chunk reads of the rules would.
     int next(int64_t& offset, std::atomic<bool>& eofFlag);
 
-    // The record last found, valid until the next call.
-    const unsigned char* recordData() const { return m_record; }
-    unsigned recordSize() const { return m_recordSize; }
+    // Appends the text of the record last found to `out`; false (nothing appended) when it
+    // cannot be decoded. A record that spans chunks is taken out of the fragment buffer, which
+    // is then empty: its bytes and its text are not held in full at once (in UTF-8).
+    bool appendRecord(XString& out);
 
   private:
-    enum class Pass { Continue, Found, NotFound, Failed, ReadFailed };
+    // Again: the file changed since the chunk was read; the record is sought afresh.
+    enum class Pass { Continue, Again, Found, NotFound, Failed, ReadFailed };
 
+    // Forgets the record sought so far.
+    void restart();
     int leave(long long pos, int result);
+    // True when "no record" may be answered from the chunk, which has reached the end of the
+    // file; false, once per call, when the file changed since the chunk was read (the record
+    // is then sought again from its start, in bytes read afresh).
+    bool endConfirmed();
     Pass seekBegin(long long& chunkStart);
     Pass seekEnd(long long& chunkStart);
     Pass endInSameChunk(unsigned p);
@@ -51,9 +59,12 @@ class FragmentScan {
     LogBase& m_log;
     const bool m_verbose;
     bool m_seekingEnd = false;
+    bool m_endChecked = false;  // the chunk was asked once this call whether its end stands
     long long m_foundEnd = 0;
+    // The record last found: where it lies, in its chunk or in m_fragment (m_spans).
     const unsigned char* m_record = nullptr;
     unsigned m_recordSize = 0;
+    bool m_spans = false;
 };
 
 }  // namespace fragments

@@ -152,4 +152,8 @@ bool Markers::decodeAppend(const unsigned char* bytes, unsigned n, XString& out)
     return m_charsetKnown && out.appendFromEncoding(m_charset, bytes, n);
 }
 
+bool Markers::decodeTaking(DataBuffer& bytes, XString& out) const {
+    return m_charsetKnown && out.appendFromEncodingTaking(m_charset, bytes);
+}
+
 }  // namespace fragments

@@ -40,6 +40,9 @@ class Markers {
     // Appends a fragment's text to out, as XString::appendFromEncodingDb with the charset's
     // name would; false (out unchanged) when it cannot be decoded.
     bool decodeAppend(const unsigned char* bytes, unsigned n, XString& out) const;
+    // As decodeAppend with all of `bytes`, which it takes (XString::appendFromEncodingTaking):
+    // a long record is not held twice.
+    bool decodeTaking(DataBuffer& bytes, XString& out) const;
 
   private:
     void buildVariants();

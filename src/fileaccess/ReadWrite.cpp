@@ -4,6 +4,7 @@
 // writeSlice, which all end in one place (writeToCurrent). Nothing here moves to the end of
 // the file before an Append: like FileWrite, each writes at the handle's position.
 #include <cstdint>
+#include <cstdio>
 #include <initializer_list>
 
 #include "fileaccess/ClsFileAccess.h"
@@ -179,12 +180,10 @@ bool ClsFileAccess::Truncate() {
 }
 
 // Origin 1 is relative to the current position, 2 to the end; anything else counts from
-// the start. A seek never touches the end-of-file flag.
+// the start. The file answers as lseek answers. A seek never touches the end-of-file flag.
 bool ClsFileAccess::seekCurrent(int offset, int origin) {
-    const long long delta = offset;
-    if (origin == 1) return m_handle->setFilePointerRelative(delta, &m_log, false);
-    if (origin == 2) return m_handle->setFilePointerRelative(delta, &m_log, true);
-    return m_handle->setFilePointerAbsolute(delta, &m_log);
+    const int whence = origin == 1 ? SEEK_CUR : origin == 2 ? SEEK_END : SEEK_SET;
+    return m_handle->seek(offset, whence, &m_log);
 }
 
 // Cuts the file at the current position: the bytes from there to the end are removed.

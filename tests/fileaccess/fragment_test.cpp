@@ -2,11 +2,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <string>
-#include <vector>
 
 #include "fileaccess/LogProbe.h"
 #include "foundation/fs/SysCalls.h"
@@ -166,6 +165,23 @@ TEST_F(FragmentTest, RefusalsAndVerboseLines) {
         EXPECT_NE(lastLog(fa).find(line), std::string::npos) << line << "\n" << lastLog(fa);
 }
 
+// An empty callback is refused before anything moves: the offset (startAtBeginning is not
+// applied), the end-of-file flag and the file position stay as the last call left them.
+TEST_F(FragmentTest, AnEmptyCallbackIsRefusedBeforeAnythingMoves) {
+    openWith("<r>1</r><r>2</r>" + std::string(kChunk, 'x'));
+    EXPECT_EQ(next("<r>", "</r>"), "1 <r>1</r>");
+    ASSERT_FALSE(fa.get_EndOfFile());
+    ASSERT_TRUE(fa.FileSeek(5, 0));
+    XString b("<r>"), e("</r>"), cs("utf-8");
+    EXPECT_EQ(fa.ScanFragments(true, 0, b, e, cs, std::function<bool(const XString&)>{}), -1);
+    EXPECT_TRUE(logHas("onFragment is empty.")) << lastLog(fa);
+    EXPECT_FALSE(fa.get_EndOfFile());
+    DataBuffer at;
+    ASSERT_TRUE(fa.FileRead(3, at));
+    EXPECT_EQ(bytesOf(at), "/r>");
+    EXPECT_EQ(next("<r>", "</r>"), "1 <r>2</r>");
+}
+
 // Random files with markers placed near chunk boundaries, compared call by call with the
 // reference scanner: result, fragment, EndOfFile and the position left behind.
 TEST_F(FragmentTest, AgreesWithReferenceScannerOnRandomFiles) {
@@ -205,105 +221,6 @@ TEST_F(FragmentTest, AgreesWithReferenceScannerOnRandomFiles) {
             offset = want.offset;
         }
     }
-}
-
-// ScanFragments against a loop of single calls on random files: records that straddle chunk
-// and window seams, longer than a chunk or a window, tag markers with and without
-// attributes, overlapping markers, a limit, a consumer that stops early; then one more single
-// call and a read from the position left behind, on both objects.
-TEST_F(FragmentTest, ScanGivesWhatSingleCallsGive) {
-    const std::string markers[][2] = {{"<r>", "</r>"}, {"<r", "</r>"}, {"ab", "b"}, {"#", "$"}};
-    const std::string noise[] = {"<r", "<r ", "<r\t", "<r\n", "</r", "a",
-                                 "b",  "#",   "$",    "x",    "<r>", "</r>"};
-    std::mt19937 rng(20261124);
-    auto pick = [&](size_t n) { return static_cast<size_t>(rng() % n); };
-    auto nearSeam = [&] { return (kChunk << pick(4)) - 8 + pick(16); };
-    for (int fileNo = 0; fileNo < 60; ++fileNo) {
-        const auto& [begin, end] = markers[pick(4)];
-        std::string file;
-        // Few records, some longer than a chunk or the scanner's window; or thousands of
-        // short ones, which cross the window's seams many times.
-        const bool few = pick(2);
-        const size_t records = few ? 2 + pick(8) : 4000 + pick(8000);
-        for (size_t r = 0; r < records; ++r) {
-            for (size_t gap = few && pick(4) == 0 ? nearSeam() : pick(12), start = file.size();
-                 file.size() - start < gap;)
-                file += pick(6) == 0 ? noise[pick(12)] : noise[9];
-            file += begin;
-            if (begin == "<r>" && pick(3) == 0) file.back() = " \t\r\n"[pick(4)];
-            file += std::string(few && pick(3) == 0 ? nearSeam() : pick(150), 'q');
-            if (pick(few ? 6 : 3000) != 0) file += end;
-        }
-        const int maxCount = pick(3) == 0 ? 1 + static_cast<int>(pick(records)) : 0;
-        const size_t stopAfter = pick(3) == 0 ? 1 + pick(records) : ~size_t{0};
-        const bool verbose = fileNo % 10 == 0;
-        SCOPED_TRACE("file " + std::to_string(fileNo) + ", " + begin + " " + end + ", max " +
-                     std::to_string(maxCount) + ", stop " + std::to_string(stopAfter));
-        openWith(file);
-        ClsFileAccess single;
-        XString p = X(path("f.txt")), b(begin.c_str()), e(end.c_str()), cs("utf-8");
-        ASSERT_CALL_OK(single, single.OpenForRead(p));
-        fa.put_VerboseLogging(verbose);
-        std::vector<std::string> scanned, called;
-        const int got = fa.ScanFragments(true, maxCount, b, e, cs, [&](const XString& text) {
-            scanned.push_back(text.getUtf8());
-            return scanned.size() < stopAfter;
-        });
-        int rc = 1;
-        while (called.size() < (maxCount > 0 ? size_t(maxCount) : ~size_t{0}) &&
-               called.size() < stopAfter) {
-            ClsStringBuilder sb;
-            rc = single.ReadNextFragment(called.empty(), b, e, cs, sb);
-            if (rc != 1) break;
-            called.push_back(sb.m_str.getUtf8());
-        }
-        ASSERT_EQ(got, rc < 0 ? -1 : static_cast<int>(called.size()));
-        ASSERT_TRUE(scanned == called) << scanned.size() << " records against " << called.size();
-        ASSERT_EQ(fa.get_EndOfFile(), single.get_EndOfFile());
-        // The lines a scan that ran to the end leaves are those of the single call that ended it.
-        auto lines = [](ClsFileAccess& obj) {
-            std::string s;
-            for (const LogEntry& entry : obj.lastErrorLog().entries())
-                if (entry.kind == LogKind::Error || entry.kind == LogKind::Info)
-                    s += entry.text + "\n";
-            return s;
-        };
-        ASSERT_EQ(verbose ? "" : lines(fa), verbose ? "" : lines(single));
-        fa.put_VerboseLogging(false);
-        ClsStringBuilder after1, after2;
-        ASSERT_EQ(fa.ReadNextFragment(false, b, e, cs, after1),
-                  single.ReadNextFragment(false, b, e, cs, after2));
-        ASSERT_STREQ(after1.m_str.getUtf8(), after2.m_str.getUtf8());
-        DataBuffer at1, at2;
-        ASSERT_TRUE(fa.FileRead(16, at1) && single.FileRead(16, at2));
-        ASSERT_EQ(bytesOf(at1), bytesOf(at2));
-    }
-}
-
-// A read error far ahead costs the scan only the records near it: every record ending more
-// than a chunk before the bad spot is handed over, as single calls would return it.
-long long g_badAt;
-TEST_F(FragmentTest, AReadErrorAheadCostsOnlyTheRecordsNearIt) {
-    std::string file;
-    for (int i = 0; file.size() < 3000000; ++i) file += "<r>" + std::to_string(i) + "</r>\n";
-    openWith(file);
-    g_badAt = 2000000;
-    sysCalls().pread = [](int fd, void* p, size_t n, off_t off) {
-        if (off + static_cast<long long>(n) > g_badAt) return errno = EIO, ssize_t{-1};
-        return realSysCalls().pread(fd, p, n, off);
-    };
-    XString b("<r>"), e("</r>"), cs("utf-8");
-    std::string got;
-    const int n = fa.ScanFragments(true, 0, b, e, cs, [&](const XString& rec) {
-        got += rec.getUtf8();
-        got += '\n';
-        return true;
-    });
-    sysCalls().pread = realSysCalls().pread;
-    EXPECT_EQ(n, -1);
-    EXPECT_TRUE(logHas("Failed to read next chunk.")) << lastLog(fa);
-    EXPECT_EQ(file.compare(0, got.size(), got), 0);
-    EXPECT_GT(static_cast<long long>(got.size()), g_badAt - 2 * static_cast<long long>(kChunk));
 }
 
 // A file whose reported size is wrong (files of /proc report 0): calls without verbose logging

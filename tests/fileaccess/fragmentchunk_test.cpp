@@ -44,15 +44,18 @@ TEST_F(WindowChunkTest, SearchesAgreeWithAPlainSearch) {
         std::unique_ptr<OrvaneHandle> h(
             FileSys::openForReadOnly(XString(p.c_str()), false, false, code, &log));
         ASSERT_NE(h, nullptr);
-        fragments::WindowChunk chunk(*h, log);
-        // The window as the chunk keeps it, mirrored to aim at its seams.
-        long long windowStart = -1, windowEnd = -1, pendingStart = -1;
+        DataBuffer pieces;
+        fragments::WindowChunk chunk(*h, pieces, log);
+        // The window as the chunk keeps it, mirrored to aim at its seams: its reads reach one
+        // chunk, then twice as far with each refill.
+        long long windowStart = -1, windowEnd = -1, pendingStart = -1, reach = kChunkSize / 2;
         for (long long start = 0; start <= size + 10;) {
             SCOPED_TRACE("file " + std::to_string(fileNo) + " chunk at " + std::to_string(start));
             if (start < windowStart || start > windowEnd ||
                 (windowEnd < size && windowEnd - start < kChunkSize)) {
+                reach = std::min<long long>(kWindowSize, 2 * reach);
                 windowStart = start;
-                windowEnd = std::min(size, start + kWindowSize);
+                windowEnd = std::min(size, start + reach);
             }
             ASSERT_TRUE(chunk.reset(start) && chunk.settle());
             const std::string whole = start < size ? file.substr(start, kChunkSize + 1) : "";

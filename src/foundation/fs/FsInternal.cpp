@@ -196,15 +196,17 @@ bool writeAll(int fd, const void* p, size_t n) {
 namespace {
 
 // Calls transfer(dest, want, done) until n bytes have come or it delivers none (the end),
-// over EINTR and short transfers. The count, or -1 with errno set.
+// over EINTR and short transfers. The count, or -1 with errno set and the count so far in
+// `before` (when given).
 template <class Transfer>
-long long transferFull(void* p, size_t n, Transfer transfer) {
+long long transferFull(void* p, size_t n, size_t* before, Transfer transfer) {
     char* dest = static_cast<char*>(p);
     size_t got = 0;
     while (got < n) {
         ssize_t r = transfer(dest + got, n - got, got);
         if (r < 0) {
             if (errno == EINTR) continue;
+            if (before) *before = got;
             return -1;
         }
         if (r == 0) break;
@@ -215,13 +217,14 @@ long long transferFull(void* p, size_t n, Transfer transfer) {
 
 }  // namespace
 
-long long readFull(int fd, void* p, size_t n) {
-    return transferFull(
-        p, n, [&](char* dest, size_t want, size_t) { return sysCalls().read(fd, dest, want); });
+long long readFull(int fd, void* p, size_t n, size_t* before) {
+    return transferFull(p, n, before, [&](char* dest, size_t want, size_t) {
+        return sysCalls().read(fd, dest, want);
+    });
 }
 
-long long preadFull(int fd, void* p, size_t n, long long off) {
-    return transferFull(p, n, [&](char* dest, size_t want, size_t done) {
+long long preadFull(int fd, void* p, size_t n, long long off, size_t* before) {
+    return transferFull(p, n, before, [&](char* dest, size_t want, size_t done) {
         return sysCalls().pread(fd, dest, want, static_cast<off_t>(off + done));
     });
 }

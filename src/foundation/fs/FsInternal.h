@@ -57,10 +57,11 @@ inline bool sameFile(const struct stat& a, const struct stat& b) {
 // set on failure (a write that makes no progress counts as ENOSPC).
 bool writeAll(int fd, const void* p, size_t n);
 // Reads up to n bytes from fd at its position, over EINTR and short reads, stopping only at
-// the end of the file. Returns the count, or -1 with errno set.
-long long readFull(int fd, void* p, size_t n);
+// the end of the file. Returns the count, or -1 with errno set; then `before`, when given, is
+// set to the bytes that came before the error (fd's offset has moved past them).
+long long readFull(int fd, void* p, size_t n, size_t* before = nullptr);
 // As readFull, from offset off; fd's own offset does not move.
-long long preadFull(int fd, void* p, size_t n, long long off);
+long long preadFull(int fd, void* p, size_t n, long long off, size_t* before = nullptr);
 
 // Copies everything from in's position to out's position, through the kernel where it can
 // (copy_file_range) and with read and write where it cannot. copied receives the count.

@@ -86,9 +86,17 @@ bool OrvaneHandle::readBytesToBuf32(void* dest, unsigned n, unsigned& numRead, b
                                     LogBase* log) {
     numRead = 0;
     if (m_fd < 0) return noFile(log, "read");
-    long long got = m_tracked ? fsi::preadFull(m_fd, dest, n, m_pos) : fsi::readFull(m_fd, dest, n);
+    size_t before = 0;
+    long long got =
+        m_tracked ? fsi::preadFull(m_fd, dest, n, m_pos, &before) : fsi::readFull(m_fd, dest, n);
     if (got < 0) {
-        fsi::logSysFailure(log, "read", nullptr, errno);
+        const int err = errno;
+        // A read that fails part way has moved a descriptor's offset past what came.
+        if (m_tracked && before > 0) {
+            m_pos += static_cast<long long>(before);
+            m_placed = false;
+        }
+        fsi::logSysFailure(log, "read", nullptr, err);
         return false;
     }
     if (m_tracked && got > 0) {
@@ -104,9 +112,13 @@ bool OrvaneHandle::preadBytes(void* dest, unsigned n, long long offset, unsigned
                               bool& eof, LogBase* log) {
     numRead = 0;
     if (m_fd < 0) return noFile(log, "pread");
-    long long got = offset < 0 ? (errno = EINVAL, -1) : fsi::preadFull(m_fd, dest, n, offset);
+    size_t before = 0;
+    long long got =
+        offset < 0 ? (errno = EINVAL, -1) : fsi::preadFull(m_fd, dest, n, offset, &before);
     if (got < 0) {
-        fsi::logSysFailure(log, "pread", nullptr, errno);
+        const int err = errno;
+        numRead = static_cast<unsigned>(before);
+        fsi::logSysFailure(log, "pread", nullptr, err);
         return false;
     }
     numRead = static_cast<unsigned>(got);
@@ -133,33 +145,34 @@ bool OrvaneHandle::writeBytes(const void* src, unsigned n, LogBase* log) {
     return false;
 }
 
-bool OrvaneHandle::moveTo(long long base, long long delta, LogBase* log) {
-    long long pos = 0;
-    if (__builtin_add_overflow(base, delta, &pos)) return seekFailed(log, EOVERFLOW);
-    if (pos < 0) return seekFailed(log, EINVAL);
-    if (pos != m_pos) m_placed = false;
-    m_pos = pos;
+bool OrvaneHandle::seek(long long delta, int whence, LogBase* log) {
+    if (m_fd < 0) return noFile(log, "seek");
+    if (whence == SEEK_SET && delta < 0) return seekFailed(log, EINVAL);
+    // From a kept position, a seek from the current position is made as a seek from the start
+    // to the sum: the kernel adds the descriptor's offset and checks the sum as it checks a
+    // seek from the start, so the descriptor need not be placed first.
+    long long target = 0;
+    if (m_tracked && whence == SEEK_CUR && !__builtin_add_overflow(m_pos, delta, &target)) {
+        if (target < 0) return seekFailed(log, EINVAL);
+        delta = target;
+        whence = SEEK_SET;
+    }
+    if (whence == SEEK_CUR && !place(log)) return false;
+    const off_t pos = sysCalls().lseek(m_fd, static_cast<off_t>(delta), whence);
+    if (pos < 0) return seekFailed(log, errno);
+    if (m_tracked) {
+        m_pos = pos;
+        m_placed = true;
+    }
     return true;
 }
 
 bool OrvaneHandle::setFilePointerAbsolute(long long pos, LogBase* log) {
     if (m_fd < 0) return noFile(log, "seek");
-    if (m_tracked) return moveTo(0, pos, log);
-    if (pos < 0 || sysCalls().lseek(m_fd, static_cast<off_t>(pos), SEEK_SET) < 0)
-        return seekFailed(log, pos < 0 ? EINVAL : errno);
-    return true;
-}
-
-bool OrvaneHandle::setFilePointerRelative(long long delta, LogBase* log, bool fromEnd) {
-    if (m_fd < 0) return noFile(log, "seek");
-    if (m_tracked) {
-        if (!fromEnd) return moveTo(m_pos, delta, log);
-        struct stat st;
-        if (sysCalls().fstat(m_fd, &st) != 0) return seekFailed(log, errno);
-        return moveTo(static_cast<long long>(st.st_size), delta, log);
-    }
-    if (sysCalls().lseek(m_fd, static_cast<off_t>(delta), fromEnd ? SEEK_END : SEEK_CUR) < 0)
-        return seekFailed(log, errno);
+    if (pos < 0) return seekFailed(log, EINVAL);
+    if (!m_tracked) return seek(pos, SEEK_SET, log);
+    if (pos != m_pos) m_placed = false;
+    m_pos = pos;
     return true;
 }
 
@@ -182,7 +195,7 @@ long long OrvaneHandle::fileSize64(LogBase* log) {
 long long OrvaneHandle::regularFileSize64() {
     struct stat st;
     return statHeld(m_fd, st, nullptr) && S_ISREG(st.st_mode) ? static_cast<long long>(st.st_size)
-                                                               : -1;
+                                                              : -1;
 }
 
 bool OrvaneHandle::fileId(FileId& out, LogBase* log) {

@@ -10,6 +10,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -342,6 +343,22 @@ DataBuffer& DataBuffer::operator=(DataBuffer&& other) noexcept {
 
 DataBuffer::~DataBuffer() {
     freeStorage(m_data, m_capacity);
+}
+
+void moveBytesInto(DataBuffer& bytes, unsigned from, std::string& out) {
+    unsigned char* p = bytes.getData2();
+    const size_t size = bytes.getSize();
+    const bool mapped = isMapped(bytes.getCapacity());
+    if (from < size) out.reserve(out.size() + (size - from));
+    // Mapped storage starts on a huge-page boundary: a step ends at the next one.
+    for (size_t at = from; at < size;) {
+        const size_t pageEnd = mapped ? (at / kHugeBlock + 1) * kHugeBlock : size;
+        const size_t end = std::min(size, pageEnd);
+        out.append(reinterpret_cast<const char*>(p + at), end - at);
+        if (mapped && end == pageEnd) madvise(p + pageEnd - kHugeBlock, kHugeBlock, MADV_DONTNEED);
+        at = end;
+    }
+    bytes.releaseStorage();
 }
 
 void DataBuffer::releaseStorage() {

@@ -3,7 +3,10 @@
 
 #include <atomic>
 #include <cstddef>
+#include <string>
 #include <thread>
+
+class DataBuffer;
 
 // Advises transparent huge pages for the whole 2 MiB-aligned pages inside [p, p + n), so
 // that filling a large, not yet touched block costs one page fault per 2 MiB instead of one
@@ -13,6 +16,12 @@ void adviseLargeBlock(void* p, size_t n);
 
 // The same advice for any block, however small (callers that map whole huge pages).
 void adviseHugePages(void* p, size_t n);
+
+// Appends bytes [from, size) of `bytes` to `out`, then releases `bytes`' storage. The room in
+// `out` is reserved once; a buffer large enough to be mapped is copied a huge page at a time,
+// each page given back to the system as soon as it is copied, so that a long text is never
+// held twice in full.
+void moveBytesInto(DataBuffer& bytes, unsigned from, std::string& out);
 
 // Faults in the pages of a fresh block on a second thread while the caller fills it front to
 // back, so that the kernel's work of handing out and clearing pages (a third of the time of

@@ -5,6 +5,7 @@
 
 #include "foundation/base/LogBase.h"
 #include "foundation/text/Convert.h"
+#include "foundation/text/LargeBlocks.h"
 
 namespace {
 
@@ -58,15 +59,19 @@ long nextCodePoint(std::string_view s, size_t& i) {
     return cp;
 }
 
+// The length of the charset's byte-order mark at the start of bytes[0, n), or 0.
+unsigned leadingMark(const _ovCharset& cs, const unsigned char* bytes, unsigned n) {
+    unsigned markLen = 0;
+    const unsigned char* mark = preambleOf(cs.getCodePage(), markLen);
+    return mark && n >= markLen && std::memcmp(bytes, mark, markLen) == 0 ? markLen : 0;
+}
+
 // Decodes bytes in the charset into UTF-8, appending to out; a leading mark of that charset
 // is skipped. False (out unchanged) on failure.
 bool decodeAppend(const _ovCharset& cs, const unsigned char* bytes, unsigned n, std::string& out) {
-    unsigned markLen = 0;
-    const unsigned char* mark = preambleOf(cs.getCodePage(), markLen);
-    if (mark && n >= markLen && std::memcmp(bytes, mark, markLen) == 0) {
-        bytes += markLen;
-        n -= markLen;
-    }
+    const unsigned markLen = leadingMark(cs, bytes, n);
+    bytes += markLen;
+    n -= markLen;
     if (cs.getCodePage() == CodePage::Utf8) {
         if (n && !isValidUtf8(bytes, n)) return false;
         out.append(reinterpret_cast<const char*>(bytes), n);
@@ -201,6 +206,20 @@ bool XString::appendFromEncodingDb(const DataBuffer& bytes, const char* charsetN
 bool XString::appendFromEncoding(const _ovCharset& charset, const unsigned char* bytes,
                                  unsigned n) {
     return decodeAppend(charset, bytes, n, m_utf8.str());
+}
+
+bool XString::appendFromEncodingTaking(const _ovCharset& charset, DataBuffer& bytes) {
+    const unsigned char* p = bytes.getData2();
+    const unsigned n = bytes.getSize();
+    if (charset.getCodePage() != CodePage::Utf8) {
+        if (!decodeAppend(charset, p, n, m_utf8.str())) return false;
+        bytes.releaseStorage();
+        return true;
+    }
+    const unsigned markLen = leadingMark(charset, p, n);
+    if (n > markLen && !isValidUtf8(p + markLen, n - markLen)) return false;
+    moveBytesInto(bytes, markLen, m_utf8.str());
+    return true;
 }
 
 bool XString::setFromDb_cp(int codePage, const DataBuffer& bytes, LogBase* log) {

@@ -25,7 +25,7 @@ class LogBase;
 /// one thread while another thread uses it; distinct objects are independent. No member takes
 /// a lock; const members may run at once on one object, except `getAnsi`.
 class FA_API XString {
-public:
+  public:
     /// An empty string.
     XString() = default;
     /// A string holding a copy of the NUL-terminated UTF-8 text `utf8`; empty when null.
@@ -46,8 +46,9 @@ public:
     /// The text in the ANSI code page (windows-1252), NUL-terminated. The conversion fails as
     /// getConverted's does, without substituting anything; having no other way to report it,
     /// it then gives the empty string: when the text holds a character the code page cannot
-    /// hold, or a byte that is not valid UTF-8. Valid until the string changes. Takes no lock and, though const, writes a cache inside the object:
-    /// it must not run while another thread uses the same object, even only to read it.
+    /// hold, or a byte that is not valid UTF-8. Valid until the string changes. Takes no lock and,
+    /// though const, writes a cache inside the object: it must not run while another thread uses
+    /// the same object, even only to read it.
     const char* getAnsi() const;
     /// The UTF-8 bytes, read-only. The reference lives as long as the string and always shows
     /// its present text.
@@ -121,6 +122,12 @@ public:
     /// many pieces in one charset. Each piece must hold whole characters, and a leading
     /// byte-order mark is dropped from every piece. `bytes` must not be null when `n` > 0.
     bool appendFromEncoding(const _ovCharset& charset, const unsigned char* bytes, unsigned n);
+    /// As appendFromEncoding with all of `bytes`, which it takes: on success `bytes` is left
+    /// empty with its storage released. In UTF-8 the bytes are moved over 2 MiB at a time and
+    /// the storage of each part given back once it is copied, so that a long text is never held
+    /// twice; another charset is decoded as appendFromEncoding decodes it, `bytes` and the
+    /// text both held until it is done. False (the text and `bytes` unchanged) on failure.
+    bool appendFromEncodingTaking(const _ovCharset& charset, DataBuffer& bytes);
     /// Replaces the text with `bytes` decoded from a code page (see
     /// `_ovCharset::setByCodePage`), as `setFromEncoding` decodes. False, the text unchanged,
     /// for a code page without a converter (logs "Unsupported code page.") or bytes not valid
@@ -128,7 +135,7 @@ public:
     /// log.
     bool setFromDb_cp(int codePage, const DataBuffer& bytes, LogBase* log);
 
-private:
+  private:
     StringBuffer m_utf8;
     mutable StringBuffer m_ansi;
     mutable bool m_ansiValid = false;

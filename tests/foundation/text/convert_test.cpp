@@ -112,6 +112,39 @@ TEST(Convert, InvalidBytesFailWithoutChange) {
     }
 }
 
+// Appending that takes the bytes gives the text appending gives, and leaves the bytes empty
+// with their storage released; on failure it changes neither. The large cases are held in
+// mapped storage and moved over in parts, each released once copied.
+TEST(Convert, AppendingThatTakesTheBytesGivesTheSameText) {
+    std::string large;
+    for (int i = 0; large.size() < (5u << 20) + 123; ++i) large += std::to_string(i) + " \xC3\xA9 ";
+    const std::tuple<const char*, std::string, bool> cases[] = {
+        {"utf-8", "plain \xC3\xA9", true},
+        {"utf-8", "\xEF\xBB\xBFmarked", true},
+        {"utf-8", "", true},
+        {"utf-8", "cut \xC3", false},
+        {"utf-16le", "h\0i\0"s, true},
+        {"utf-16le", "\xFF\xFEh\0"s, true},
+        {"utf-16le", "\x00\xD8"s, false},
+        {"utf-8", large, true},
+        {"utf-8", "\xEF\xBB\xBF" + large, true},
+        {"utf-8", large + "\xC3", false},
+    };
+    for (const auto& [charset, bytes, valid] : cases) {
+        SCOPED_TRACE(std::string(charset) + ", " + std::to_string(bytes.size()) + " bytes");
+        _ovCharset cs;
+        ASSERT_TRUE(cs.setByName(charset));
+        XString appended("> "), taken("> ");
+        DataBuffer source = bufferOf(bytes);
+        EXPECT_EQ(appended.appendFromEncoding(cs, source.getData2(), source.getSize()), valid);
+        EXPECT_EQ(taken.appendFromEncodingTaking(cs, source), valid);
+        EXPECT_TRUE(taken.view() == appended.view());
+        EXPECT_EQ(source.getSize(), valid ? 0u : bytes.size());
+        EXPECT_EQ(source.getCapacity() == 0, valid);
+        EXPECT_EQ(bytesOf(source), valid ? "" : bytes);
+    }
+}
+
 TEST(Convert, PreamblesWrittenAndDropped) {
     const std::pair<int, std::string> cases[] = {
         {65001, "\xEF\xBB\xBF"},      {1200, "\xFF\xFE"},           {1201, "\xFE\xFF"}, {1252, ""},
