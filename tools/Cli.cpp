@@ -60,8 +60,8 @@ void printOptions(std::ostream& os, const std::vector<OptionSpec>& opts) {
 }
 
 void printUsageLine(std::ostream& os, const CommandSpec& c) {
-    os << "Usage: " << kProgram << ' ' << c.name << " [OPTIONS]" << (c.args[0] ? " " : "")
-       << c.args << '\n';
+    os << "Usage: " << kProgram << ' ' << c.name << " [OPTIONS]" << (c.args[0] ? " " : "") << c.args
+       << '\n';
 }
 
 void printCommandHelp(std::ostream& os, const CommandSpec& c) {
@@ -296,7 +296,9 @@ std::string logText(ClsBase& obj) {
     return text.getUtf8();
 }
 
-std::string errorLines(ClsBase& obj) { return errorLines(obj.lastErrorLog()); }
+std::string errorLines(ClsBase& obj) {
+    return errorLines(obj.lastErrorLog());
+}
 
 std::string errorLines(const _ovLogger& log) {
     std::string lines;
@@ -329,10 +331,17 @@ int64_t parseSize(const std::string& text, const char* what, int64_t minValue, i
     int shift = 0;
     if (!digits.empty()) {
         switch (digits.back()) {
-            case 'K': shift = 10; break;
-            case 'M': shift = 20; break;
-            case 'G': shift = 30; break;
-            default: break;
+            case 'K':
+                shift = 10;
+                break;
+            case 'M':
+                shift = 20;
+                break;
+            case 'G':
+                shift = 30;
+                break;
+            default:
+                break;
         }
         if (shift) digits.pop_back();
     }

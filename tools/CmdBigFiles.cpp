@@ -203,17 +203,22 @@ int runJoin(Invocation& inv) {
     _ovLogger log;
     bool ok;
     if (outFile == "-") {
-        ok = emitParts(naming, parts, [&](const unsigned char* p, size_t n) {
-            inv.ctx.out.write(reinterpret_cast<const char*>(p), static_cast<std::streamsize>(n));
-            return count(p, n) && inv.ctx.out.good();
-        }, why);
+        ok = emitParts(
+            naming, parts,
+            [&](const unsigned char* p, size_t n) {
+                inv.ctx.out.write(reinterpret_cast<const char*>(p),
+                                  static_cast<std::streamsize>(n));
+                return count(p, n) && inv.ctx.out.good();
+            },
+            why);
     } else {
         ok = FileSys::writeFileStreamUtf8(
             outFile.c_str(),
             [&](const FileSys::Emit& emit) {
-                return emitParts(naming, parts, [&](const unsigned char* p, size_t n) {
-                    return count(p, n) && emit(p, n);
-                }, why);
+                return emitParts(
+                    naming, parts,
+                    [&](const unsigned char* p, size_t n) { return count(p, n) && emit(p, n); },
+                    why);
             },
             &log);
     }

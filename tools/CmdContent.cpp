@@ -105,9 +105,11 @@ int scanTags(Invocation& inv, const std::string& charset, int64_t limit) {
     if (!fromStdin && !file.open(inv.args[0], why)) return inv.fail(inv.args[0], why);
     ByteSource& source = fromStdin ? static_cast<ByteSource&>(input) : file;
     RecordSink sink(inv, limit, fromStdin ? 0 : file.size());
-    bool ok = !sink.wantsMore() || scanner.scan(source, [&](const XString& record) {
-        return sink.take(record, scanner.bytesRead());
-    }, why);
+    bool ok =
+        !sink.wantsMore() ||
+        scanner.scan(
+            source, [&](const XString& record) { return sink.take(record, scanner.bytesRead()); },
+            why);
     sink.finish();
     return ok ? kExitOk : inv.fail(inv.args[0], why);
 }
@@ -288,8 +290,8 @@ class Recoder {
         if (mark && !emit(mark, markLen)) return false;
         for (bool first = true, last = false; !last; first = false) {
             unsigned got = 0;
-            if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kConvertBlock, got,
-                                  nullptr, log))
+            if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kConvertBlock, got, nullptr,
+                                  log))
                 return why = errorLines(log), false;
             last = got < kConvertBlock;
             const unsigned skip = first ? leadingMark(block.get(), got) : 0;
@@ -334,14 +336,18 @@ int runConvert(Invocation& inv) {
     _ovLogger log;
     bool ok;
     if (outFile == "-") {
-        ok = recoder.run(in, bom, [&](const unsigned char* p, size_t n) {
-            inv.ctx.out.write(reinterpret_cast<const char*>(p), static_cast<std::streamsize>(n));
-            return inv.ctx.out.good();
-        }, why);
+        ok = recoder.run(
+            in, bom,
+            [&](const unsigned char* p, size_t n) {
+                inv.ctx.out.write(reinterpret_cast<const char*>(p),
+                                  static_cast<std::streamsize>(n));
+                return inv.ctx.out.good();
+            },
+            why);
     } else {
         ok = FileSys::writeFileStreamUtf8(
-            outFile.c_str(), [&](const FileSys::Emit& emit) { return recoder.run(in, bom, emit, why); },
-            &log);
+            outFile.c_str(),
+            [&](const FileSys::Emit& emit) { return recoder.run(in, bom, emit, why); }, &log);
     }
     if (!ok && !why.empty()) return inv.fail(inv.args[0], why);
     if (!ok && outFile != "-") return inv.failFromLog(errorLines(log), log.text(), outFile);
@@ -374,16 +380,15 @@ void addContentCommands(std::vector<CommandSpec>& table) {
           {"limit", 'l', "N", "stop after N records"}},
          runScan,
          true});
-    table.push_back(
-        {"blocks",
-         "FILE BLOCK_SIZE",
-         "Count the blocks of a file",
-         "BLOCK_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G;\n"
-         "the last block may be short.",
-         2,
-         2,
-         {},
-         runBlocks});
+    table.push_back({"blocks",
+                     "FILE BLOCK_SIZE",
+                     "Count the blocks of a file",
+                     "BLOCK_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G;\n"
+                     "the last block may be short.",
+                     2,
+                     2,
+                     {},
+                     runBlocks});
     table.push_back(
         {"block",
          "FILE BLOCK_SIZE INDEX",

@@ -11,11 +11,16 @@ namespace {
 
 const char* typeName(int type) {
     switch (type) {
-        case 1: return "file";
-        case 2: return "directory";
-        case 3: return "symlink";
-        case 4: return "other";
-        default: return "unknown";
+        case 1:
+            return "file";
+        case 2:
+            return "directory";
+        case 3:
+            return "symlink";
+        case 4:
+            return "other";
+        default:
+            return "unknown";
     }
 }
 

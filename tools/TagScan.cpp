@@ -54,11 +54,12 @@ bool TagScanner::prepare(const std::string& begin, const std::string& end,
                          const std::string& charset, std::string& why) {
     if (!isTagMarker(begin)) return why = "'" + begin + "' is not a tag", false;
     if (end.empty()) return why = "the end marker is empty", false;
-    if (!m_charset.setByName(charset.c_str())) return why = "unknown charset '" + charset + "'", false;
+    if (!m_charset.setByName(charset.c_str()))
+        return why = "unknown charset '" + charset + "'", false;
     static const char* const kUnitText[kUnits] = {" ", "\t", "\r", "\n", ">", "/", "\"", "'"};
     DataBuffer lt;
-    if (!encode("<", m_charset, lt) || !encode(begin.substr(0, begin.size() - 1), m_charset,
-                                                m_prefix) ||
+    if (!encode("<", m_charset, lt) ||
+        !encode(begin.substr(0, begin.size() - 1), m_charset, m_prefix) ||
         !encode(end, m_charset, m_end))
         return why = "the markers cannot be written in " + charset, false;
     m_unit = lt.getSize();
@@ -82,9 +83,12 @@ bool TagScanner::aligned(const Window& w, size_t at) const {
 
 bool TagScanner::step(Window& w) {
     switch (m_seek) {
-        case Seek::Begin: return stepBegin(w);
-        case Seek::TagEnd: return stepTagEnd(w);
-        case Seek::End: return stepEnd(w);
+        case Seek::Begin:
+            return stepBegin(w);
+        case Seek::TagEnd:
+            return stepTagEnd(w);
+        case Seek::End:
+            return stepEnd(w);
     }
     return false;
 }

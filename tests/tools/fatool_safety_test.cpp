@@ -37,8 +37,8 @@ TEST_F(FatoolTest, RmtreeRefusesTheRootAndDotsAsRmDoes) {
             const std::string start = std::string("fatool: rmtree: ") + target + ": ";
             if (status != 1 || removals != 0 || lineCount(e) != 1 || e.rfind(start, 0) != 0 ||
                 e.find("refusing") == std::string::npos) {
-                std::fprintf(stderr, "%s: status %d, removals %d\n%s", target, status,
-                             removals, e.c_str());
+                std::fprintf(stderr, "%s: status %d, removals %d\n%s", target, status, removals,
+                             e.c_str());
                 ++bad;
             }
         }
@@ -57,12 +57,24 @@ TEST_F(FatoolTest, FailuresLeaveTheOutputAsItWas) {
     writeFile("out", "precious");
     runCalls({
         {"split -d @parts @d.bin 1000", 0, "", {}, true},
-        {"join -d @parts mistyped @out", 1, "", {"fatool: join: " + path("parts") + "/mistyped.1.part: no such part"}},
+        {"join -d @parts mistyped @out",
+         1,
+         "",
+         {"fatool: join: " + path("parts") + "/mistyped.1.part: no such part"}},
         {"join -d @parts d.bin @parts/d.bin.2.part", 1, "", {"is part 2 of the set it would join"}},
-        {"convert @latin1.txt bogus @out utf-8", 2, "", {"fatool: convert: unknown charset 'bogus'"}},
+        {"convert @latin1.txt bogus @out utf-8",
+         2,
+         "",
+         {"fatool: convert: unknown charset 'bogus'"}},
         {"convert @latin1.txt utf-8 @out bogus", 2, "", {"unknown charset 'bogus'"}},
-        {"convert @latin1.txt utf-8 @out utf-16le", 1, "", {"fatool: convert: " + path("latin1.txt") + ": not valid utf-8 text"}},
-        {"convert @cjk.txt utf-8 @out us-ascii", 1, "", {"holds characters that us-ascii cannot hold"}},
+        {"convert @latin1.txt utf-8 @out utf-16le",
+         1,
+         "",
+         {"fatool: convert: " + path("latin1.txt") + ": not valid utf-8 text"}},
+        {"convert @cjk.txt utf-8 @out us-ascii",
+         1,
+         "",
+         {"holds characters that us-ascii cannot hold"}},
         {"replace -C bogus @t.txt a b", 2, "", {"fatool: replace: unknown charset 'bogus'"}},
     });
     EXPECT_EQ(readFile(path("out")), "precious");
@@ -77,8 +89,11 @@ TEST_F(FatoolTest, SplitRefusesStalePartsAndMakesItsDirectory) {
     runCalls({{"split -d @new/sub @d.bin 1000", 0, path("new/sub") + "/d.bin.3.part\n", {}, true}});
     writeFile("d.bin", std::string(1500, 'b'));
     runCalls({
-        {"split -d @new/sub @d.bin 1000", 1, "",
-         {"fatool: split: " + path("new/sub") + "/d.bin.1.part: already there, with 3 parts of an "
+        {"split -d @new/sub @d.bin 1000",
+         1,
+         "",
+         {"fatool: split: " + path("new/sub") +
+          "/d.bin.1.part: already there, with 3 parts of an "
           "earlier split (--force removes them)"}},
         {"split -f -d @new/sub @d.bin 1000", 0, path("new/sub") + "/d.bin.2.part\n", {}, true},
         {"join -d @new/sub d.bin @j.bin", 0, "joined 2 parts (1500 bytes)", {}, true},
@@ -94,7 +109,8 @@ TEST_F(FatoolTest, AFailedSplitLeavesNoParts) {
         SysCallOverride faults;
         faults.failNth(SysCallOverride::Write, 2, ENOSPC, true);
         faults.failNth(SysCallOverride::CopyFileRange, 2, ENOSPC, true);
-        runCalls({{"split -d @parts @d.bin 1000", 1, "", {"fatool: split: " + path("d.bin") + ": "}}});
+        runCalls(
+            {{"split -d @parts @d.bin 1000", 1, "", {"fatool: split: " + path("d.bin") + ": "}}});
     }
     for (const char* part : {"parts/d.bin.1.part", "parts/d.bin.2.part"})
         EXPECT_EQ(readFile(path(part)), "<missing>") << part;
@@ -108,12 +124,12 @@ TEST_F(FatoolTest, AFailedWriteToStandardOutputFails) {
     writeFile("d.bin", std::string(70000, 'd'));
     writeFile("in.txt", "abc");
     runCalls({{"split @d.bin 30000 -d @parts", 0, "", {}, true}});
-    for (const char* line :
-         {"--version", "--help", "info --version", "scan --help", "info @r.xml", "scan @r.xml <rec> </rec>",
-          "scan -c @r.xml [ ]", "encode @d.bin", "block @d.bin 1000 3", "blocks @d.bin 10",
-          "blockid --number 10 0 4", "join -d @parts d.bin -", "convert @in.txt utf-8 - utf-16le",
-          "compare @in.txt @in.txt", "split @d.bin 40000 -d @parts2", "replace @in.txt b c",
-          "shortcut %lnk/xp-arguments.lnk"}) {
+    for (const char* line : {"--version", "--help", "info --version", "scan --help", "info @r.xml",
+                             "scan @r.xml <rec> </rec>", "scan -c @r.xml [ ]", "encode @d.bin",
+                             "block @d.bin 1000 3", "blocks @d.bin 10", "blockid --number 10 0 4",
+                             "join -d @parts d.bin -", "convert @in.txt utf-8 - utf-16le",
+                             "compare @in.txt @in.txt", "split @d.bin 40000 -d @parts2",
+                             "replace @in.txt b c", "shortcut %lnk/xp-arguments.lnk"}) {
         SCOPED_TRACE(line);
         std::ofstream full("/dev/full");
         std::istringstream in;

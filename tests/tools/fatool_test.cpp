@@ -55,7 +55,11 @@ TEST_F(FatoolTest, OptionSpellings) {
     runCalls({
         {"split -d@parts -xdat -Pp @d.bin 4", 0, path("parts") + "/p1.dat\n", {}, true},
         {"split -fd@parts -x dat -Pp @d.bin 4", 0, path("parts") + "/p3.dat\n", {}, true},
-        {"join --dir=@parts --prefix p --ext dat x @j.bin", 0, "joined 3 parts (10 bytes)", {}, true},
+        {"join --dir=@parts --prefix p --ext dat x @j.bin",
+         0,
+         "joined 3 parts (10 bytes)",
+         {},
+         true},
         {"scan -cl1 @d.bin d d", 0, "1\n"},
         {"copy -- @-n @copy", 0, ""},
     });
@@ -81,11 +85,13 @@ TEST_F(FatoolTest, HelpNamesOnlyArgumentsThatExist) {
     const std::set<std::string> words = {"UTC", "BOM", "UTF"};
     for (const fatool::CommandSpec& c : fatool::commandTable()) {
         std::string known = c.args;
-        for (const fatool::OptionSpec& o : c.options) known += std::string(" ") + (o.value ? o.value : "");
+        for (const fatool::OptionSpec& o : c.options)
+            known += std::string(" ") + (o.value ? o.value : "");
         const std::string text = c.details;
         for (size_t i = 0; i < text.size();) {
             size_t j = i;
-            while (j < text.size() && (std::isupper(static_cast<unsigned char>(text[j])) || text[j] == '_'))
+            while (j < text.size() &&
+                   (std::isupper(static_cast<unsigned char>(text[j])) || text[j] == '_'))
                 ++j;
             const std::string word = text.substr(i, j - i);
             if (word.size() >= 2 && std::isupper(static_cast<unsigned char>(word[0])) &&
@@ -141,7 +147,9 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
     EXPECT_EQ(readFile(path("j.bin")) + readFile(path("k.bin")), data + data);
     EXPECT_EQ(readFile(path("t.txt")), "ox dog ox bird ox");
     EXPECT_EQ(readFile(path("o.txt")), std::string("\377\376c\0a\0f\0\351\0", 10));
-    EXPECT_EQ(readFile(path("back.txt")) + readFile(path("in.txt")), "caf\xe9" "caf\xc3\xa9");
+    EXPECT_EQ(readFile(path("back.txt")) + readFile(path("in.txt")),
+              "caf\xe9"
+              "caf\xc3\xa9");
     EXPECT_EQ(readFile(path("b.txt")) + readFile(path("x")), "<missing><missing>");
 }
 
@@ -166,8 +174,8 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
         {"delete @missing", "fatool: delete: " + path("missing") + ": ", "No such file", true},
         {"blocks @m 10", "fatool: blocks: " + path("m") + ": ", "No such file", true},
         {"encode @m", "fatool: encode: " + path("m") + ": ", "No such file", true},
-        {"shortcut %lnk/malformed-not-a-shortcut.lnk", "fatool: shortcut: ",
-         "not a readable shortcut", true},
+        {"shortcut %lnk/malformed-not-a-shortcut.lnk",
+         "fatool: shortcut: ", "not a readable shortcut", true},
         {"join -d @ nothing @o", "fatool: join: " + path("nothing.1.part") + ": ", "no such part",
          false},
     };
@@ -231,7 +239,8 @@ TEST_F(FatoolTest, ProgressIsWipedAndOnlyForSlowJobs) {
             lines.push_back(e.substr(at, (next = e.find('\r', at)) - at));
         const std::string& blanks = lines.back();
         EXPECT_EQ(blanks, std::string(blanks.size(), ' '));
-        for (const std::string& line : lines) EXPECT_LE(line.find_last_not_of(' ') + 1, blanks.size());
+        for (const std::string& line : lines)
+            EXPECT_LE(line.find_last_not_of(' ') + 1, blanks.size());
     }
     runCalls({{"scan --no-progress -c @t.txt [ ]", 0, "3\n"}}, true);
 }
