@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "fileaccess/ClsFileAccess.h"
+#include "foundation/fs/FileSys.h"
 #include "foundation/text/Charset.h"
 
 namespace fatool {
@@ -309,6 +310,14 @@ std::string errorLines(const _ovLogger& log) {
         lines += e.text;
     }
     return lines;
+}
+
+bool sameRegularFile(const std::string& a, const std::string& b) {
+    XString pa(a.c_str()), pb(b.c_str());
+    FileId ia, ib;
+    bool ea = false, eb = false;
+    return FileSys::regularFileId(pa, ea, ia, nullptr) && ea &&
+           FileSys::regularFileId(pb, eb, ib, nullptr) && eb && ia == ib;
 }
 
 std::string counted(int64_t n, const char* singular, const char* plural) {

@@ -116,6 +116,9 @@ void checkEncoding(const std::string& name);
 std::string logText(ClsBase& obj);
 std::string errorLines(ClsBase& obj);
 std::string errorLines(const _ovLogger& log);
+// Whether the two paths reach one existing regular file (by device and inode, whatever the
+// names, links or hard links): such a pair cannot be one command's input and output.
+bool sameRegularFile(const std::string& a, const std::string& b);
 // "1 part", "2 parts".
 std::string counted(int64_t n, const char* singular, const char* plural);
 

@@ -331,6 +331,10 @@ int runConvert(Invocation& inv) {
     Recoder recoder(inv.args[1], inv.args[3]);
     recoder.prepare();
     const std::string in = inv.inputFile(inv.args[0]);
+    // OUT may be rewritten in place (several hard links, another owner), emptied before IN is
+    // read: the same file at both ends would be lost.
+    if (outFile != "-" && sameRegularFile(in, outFile))
+        return inv.fail(outFile, "is the input file itself (convert into another file)");
     const bool bom = inv.has("bom");
     std::string why;
     _ovLogger log;
@@ -434,7 +438,7 @@ void addContentCommands(std::vector<CommandSpec>& table) {
                      "OUT is written whole or not at all; - writes to standard output. Input\n"
                      "that is not valid in FROM, or text that TO cannot hold, fails the command\n"
                      "and leaves OUT as it was. A byte-order mark of FROM at IN's start is\n"
-                     "dropped.",
+                     "dropped. OUT must be another file than IN (under any name or link).",
                      4,
                      4,
                      {{"bom", 0, nullptr, "start OUT with TO's byte-order mark"}},

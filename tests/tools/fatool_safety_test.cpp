@@ -55,6 +55,10 @@ TEST_F(FatoolTest, FailuresLeaveTheOutputAsItWas) {
     writeFile("cjk.txt", "\xe4\xb8\xad");
     writeFile("t.txt", "a b a");
     writeFile("out", "precious");
+    writeFile("in.txt", "caf\xc3\xa9");
+    ASSERT_EQ(link(path("in.txt").c_str(), path("hard.txt").c_str()), 0);
+    ASSERT_EQ(symlink("in.txt", path("soft.txt").c_str()), 0);
+    const std::string itself = ": is the input file itself";
     runCalls({
         {"split -d @parts @d.bin 1000", 0, "", {}, true},
         {"join -d @parts mistyped @out",
@@ -76,7 +80,29 @@ TEST_F(FatoolTest, FailuresLeaveTheOutputAsItWas) {
          "",
          {"holds characters that us-ascii cannot hold"}},
         {"replace -C bogus @t.txt a b", 2, "", {"fatool: replace: unknown charset 'bogus'"}},
+        // OUT is IN under the same name, a hard link or a symbolic link, at either end.
+        {"convert @in.txt utf-8 @in.txt utf-16le",
+         1,
+         "",
+         {"fatool: convert: " + path("in.txt") + itself}},
+        {"convert @in.txt utf-8 @hard.txt utf-16le",
+         1,
+         "",
+         {"fatool: convert: " + path("hard.txt") + itself}},
+        {"convert @hard.txt utf-8 @in.txt utf-16le",
+         1,
+         "",
+         {"fatool: convert: " + path("in.txt") + itself}},
+        {"convert @soft.txt utf-8 @in.txt utf-16le",
+         1,
+         "",
+         {"fatool: convert: " + path("in.txt") + itself}},
+        {"convert @in.txt utf-8 @soft.txt utf-16le",
+         1,
+         "",
+         {"fatool: convert: " + path("soft.txt") + itself}},
     });
+    EXPECT_EQ(readFile(path("in.txt")), "caf\xc3\xa9");
     EXPECT_EQ(readFile(path("out")), "precious");
     EXPECT_EQ(readFile(path("parts/d.bin.2.part")), std::string(1000, 'd'));
     EXPECT_EQ(readFile(path("t.txt")), "a b a");
