@@ -233,7 +233,7 @@ std::string Invocation::shown(const std::string& arg) {
     return arg == "-" ? "standard input" : arg;
 }
 
-std::string Invocation::inputFile(const std::string& arg) {
+std::string Invocation::inputFile(const std::string& arg, const char* suffix) {
     if (arg != "-") return arg;
     ClsFileAccess fa;
     XString dir, prefix("fatool-stdin-"), path;
@@ -250,7 +250,13 @@ std::string Invocation::inputFile(const std::string& arg) {
         if (!fa.FileWrite(data)) throw UsageError("cannot keep standard input: " + errorLines(fa));
     }
     fa.FileClose();
-    return path.getUtf8();
+    if (!suffix) return path.getUtf8();
+    // Renamed rather than created under the longer name: the unique name is ours alone.
+    XString named((path.getUtf8() + std::string(suffix)).c_str());
+    if (!fa.FileRename(path, named))
+        throw UsageError("cannot keep standard input: " + errorLines(fa));
+    scratch.push_back(named.getUtf8());
+    return named.getUtf8();
 }
 
 std::string Invocation::seekableInput(const std::string& arg) {

@@ -83,9 +83,9 @@ struct Invocation {
     std::string get(const std::string& name, const std::string& fallback) const;
 
     // A file to read for the argument: "-" is standard input, copied to a private file first
-    // (the library works on files that can be read more than once). Throws UsageError when
-    // standard input cannot be copied.
-    std::string inputFile(const std::string& arg);
+    // (the library works on files that can be read more than once), whose name ends in
+    // `suffix` when one is given. Throws UsageError when standard input cannot be copied.
+    std::string inputFile(const std::string& arg, const char* suffix = nullptr);
     // A file for a command that seeks in it: as inputFile, except that a pipe, socket or
     // device is refused with one line (and "" returned), since it cannot be read twice.
     std::string seekableInput(const std::string& arg);

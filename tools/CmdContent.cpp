@@ -194,7 +194,9 @@ int runBlock(Invocation& inv) {
 }
 
 int runShortcut(Invocation& inv) {
-    XString path(inv.inputFile(inv.args[0]).c_str());
+    // The library reads NAME.lnk for a NAME without the extension: so is the copy of standard
+    // input named.
+    XString path(inv.inputFile(inv.args[0], ".lnk").c_str());
     _ovLogger log;
     log.m_verboseLogging = inv.ctx.verbose;
     if (inv.has("check")) {
@@ -406,7 +408,7 @@ void addContentCommands(std::vector<CommandSpec>& table) {
         {"shortcut",
          "FILE",
          "Read the strings of a Windows shortcut (.lnk) file",
-         "",
+         "A FILE whose name does not end in .lnk is read as FILE.lnk.",
          1,
          1,
          {{"check", 0, nullptr,

@@ -169,6 +169,8 @@ TEST_F(FatoolTest, AFailedWriteToStandardOutputFails) {
 // "-" is standard input for reading commands and standard output for those that write text.
 TEST_F(FatoolTest, DashIsStandardInputAndOutput) {
     const std::string xml = "<r><rec>a</rec><rec id=\"2\">b</rec><record>no</record></r>";
+    const std::string lnk = readFile(testDataPath("lnk/xp-arguments.lnk"));
+    const std::string args = "Arguments: \"this is the arguments\"\n";
     writeFile("d.bin", "0123456789");
     runCalls({
         {"scan - <rec> </rec>", 0, "<rec>a</rec>\n<rec id=\"2\">b</rec>\n", {}, false, xml},
@@ -179,6 +181,9 @@ TEST_F(FatoolTest, DashIsStandardInputAndOutput) {
         {"block -e hex - 2 1", 0, "6364\n", {}, false, "abcde"},
         {"compare - @d.bin", 0, "identical\n", {}, false, "0123456789"},
         {"copy - @copied", 0, "", {}, false, "from standard input"},
+        // The library reads NAME.lnk for a NAME without the extension.
+        {"shortcut -", 0, args, {}, true, lnk},
+        {"shortcut --check -", 0, "parseable\n", {}, false, lnk},
         {"convert - latin1 - utf-8", 0, "caf\xc3\xa9", {}, false, "caf\xe9"},
         {"split -d @parts - 4", 0, path("parts") + "/stdin.3.part\n", {}, true, "abcdefghij"},
         {"join -d @parts stdin -", 0, "abcdefghij", {}, false},

@@ -114,6 +114,7 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
     writeFile("w.txt", std::string("x\0[\0a\0]\0y\0[\0b\0]\0", 16));
     writeFile("t.txt", "cat dog cat bird cat");
     writeFile("in.txt", "caf\xc3\xa9");
+    writeFile("x.lnk", readFile(testDataPath("lnk/xp-arguments.lnk")));
     runCalls({
         {"split @d.bin 300 --dir @", 0, parts},
         {"join --dir @ d.bin @j.bin", 0, "joined 4 parts (1000 bytes) into /", {}, true},
@@ -135,6 +136,9 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
         {"blockid 0 4", 0, "MDAwMA==\n"},
         {"shortcut %lnk/xp-arguments.lnk", 0, "Arguments: \"this is the arguments\"\n", {}, true},
         {"shortcut --check %lnk/malformed-not-a-shortcut.lnk", 1, "not parseable\n"},
+        // As the help says: a name without .lnk is read with it.
+        {"shortcut --help", 0, "not end in .lnk is read as FILE.lnk", {}, true},
+        {"shortcut @x", 0, "Arguments: \"this is the arguments\"\n", {}, true},
         {"info @in.txt", 0, "type: file\nsize: 5\n", {}, true},
         {"copy @in.txt @b.txt", 0, ""},
         {"move @b.txt @c.txt", 0, ""},
