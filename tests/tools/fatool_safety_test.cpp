@@ -126,6 +126,50 @@ TEST_F(FatoolTest, SplitRefusesStalePartsAndMakesItsDirectory) {
     });
     EXPECT_EQ(readFile(path("j.bin")), std::string(1500, 'b'));
     EXPECT_EQ(readFile(path("new/sub/d.bin.3.part")), "<missing>");
+
+    // Parts of any number count, with or without a part 1; --force removes every one of them.
+    mkdir(path("gaps").c_str(), 0755);
+    writeFile("gaps/d.bin.2.part", "stale two");
+    writeFile("gaps/d.bin.5.part", "stale five");
+    writeFile("gaps/d.bin.05.part", "no part name: kept");
+    writeFile("gaps/d.bin.x.part", "no part name: kept");
+    runCalls({
+        {"split -d @gaps @d.bin 1000",
+         1,
+         "",
+         {"fatool: split: " + path("gaps") +
+          "/d.bin.2.part: already there, with 2 parts of an "
+          "earlier split (--force removes them)"}},
+        {"split -f -d @gaps @d.bin 1000", 0, path("gaps") + "/d.bin.2.part\n", {}, true},
+        {"join -d @gaps d.bin @g.bin", 0, "joined 2 parts (1500 bytes)", {}, true},
+    });
+    EXPECT_EQ(readFile(path("g.bin")), std::string(1500, 'b'));
+    EXPECT_EQ(readFile(path("gaps/d.bin.5.part")), "<missing>");
+    EXPECT_EQ(readFile(path("gaps/d.bin.05.part")) + readFile(path("gaps/d.bin.x.part")),
+              "no part name: keptno part name: kept");
+}
+
+// --force never removes the file being split, under its own name or another link; a --dir
+// is made only once the input is known to be readable.
+TEST_F(FatoolTest, SplitKeepsItsInputAndMakesNoDirectoryForAMissingOne) {
+    writeFile("x.1.part", "0123456789abcdefghij");
+    writeFile("x.2.part", "stale");
+    writeFile("in.bin", "0123456789");
+    ASSERT_EQ(link(path("in.bin").c_str(), path("in.bin.3.part").c_str()), 0);
+    writeFile("in.bin.1.part", "stale");
+    const std::string kept = ": is the file being split, which --force keeps";
+    runCalls({
+        {"split -f -d @ -P x. @x.1.part 10", 1, "", {"fatool: split: " + path("x.1.part") + kept}},
+        {"split -f -d @ @in.bin 4", 1, "", {"fatool: split: " + path("in.bin.3.part") + kept}},
+        {"split -d @made/deep @missing.bin 1M",
+         1,
+         "",
+         {"fatool: split: " + path("missing.bin") + ": "}},
+    });
+    EXPECT_EQ(readFile(path("x.1.part")) + readFile(path("x.2.part")), "0123456789abcdefghijstale");
+    EXPECT_EQ(readFile(path("in.bin.3.part")) + readFile(path("in.bin.1.part")), "0123456789stale");
+    struct stat st;
+    EXPECT_NE(stat(path("made").c_str(), &st), 0);
 }
 
 // A split that fails on the way removes the parts it wrote.

@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "foundation/base/LogBase.h"
 #include "foundation/fs/FileId.h"
@@ -72,6 +74,10 @@ public:
     // climbing back up through ".." checked by device and inode, and removes the directory
     // itself through its parent once it has checked that it is still the one it emptied.
     static bool deleteTreeUtf8(const char* dir, FileMatchingSpec& spec, LogBase& log);
+
+    // The names of the entries of a directory ("." and ".." left out), in the order the system
+    // lists them; false (names unchanged) when it cannot be opened or read.
+    static bool listDirUtf8(const char* dir, std::vector<std::string>& names, LogBase* log);
 
     // dir empty: TMPDIR, else /tmp. out = dir/prefix + unique part + ".tmp"; the file is
     // created empty, owner-only, before the call returns.
