@@ -108,9 +108,10 @@ PartNaming partNaming(const Invocation& inv, const std::string& nameSource) {
             inv.get("ext", kDefaultExt)};
 }
 
-std::vector<OptionSpec> partOptions(const char* dirHelp) {
+// The options that name the parts; each command says what its defaults come from.
+std::vector<OptionSpec> partOptions(const char* dirHelp, const char* prefixHelp) {
     return {{"dir", 'd', "DIR", dirHelp},
-            {"prefix", 'P', "PREFIX", "part names start with PREFIX (default: NAME and a dot)"},
+            {"prefix", 'P', "PREFIX", prefixHelp},
             {"ext", 'x', "EXT", "part names end in .EXT (default: part)"}};
 }
 
@@ -365,13 +366,16 @@ int runReplace(Invocation& inv) {
 }  // namespace
 
 void addBigFileCommands(std::vector<CommandSpec>& table) {
-    std::vector<OptionSpec> splitOptions = partOptions("write the parts into DIR, made if missing");
+    std::vector<OptionSpec> splitOptions =
+        partOptions("write the parts into DIR, made if missing (default: .)",
+                    "part names start with PREFIX (default: FILE's name and a dot)");
     splitOptions.push_back(
         {"force", 'f', nullptr, "remove every part of the same names first (never FILE)"});
     table.push_back(
         {"split", "FILE PART_SIZE", "Cut a file into numbered part files",
          "PART_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G.\n"
          "The parts are PREFIX1.EXT, PREFIX2.EXT, ...; each part written is printed.\n"
+         "Standard input (FILE -) is named stdin.\n"
          "A part of the same names already in DIR (PREFIXn.EXT for any n) is refused\n"
          "(see --force). FILE must be readable before DIR is made or anything removed.\n"
          "If the split fails, the parts it wrote are removed.",
@@ -381,7 +385,10 @@ void addBigFileCommands(std::vector<CommandSpec>& table) {
                      "NAME.2.part, ... (or as --prefix and --ext say), taken in order from\n"
                      "part 1 up to the first one missing. OUTFILE is written whole or not at\n"
                      "all; - writes the joined bytes to standard output.",
-                     2, 2, partOptions("read the parts from DIR (default: .)"), runJoin, true});
+                     2, 2,
+                     partOptions("read the parts from DIR (default: .)",
+                                 "part names start with PREFIX (default: NAME and a dot)"),
+                     runJoin, true});
     table.push_back({"compare",
                      "FILE1 FILE2",
                      "Compare two files byte for byte",
