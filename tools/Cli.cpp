@@ -30,7 +30,7 @@ const std::vector<OptionSpec>& commonOptions() {
 // Options of the commands that show progress.
 const std::vector<OptionSpec>& progressOptions() {
     static const std::vector<OptionSpec> opts = {
-        {"progress", 0, nullptr, "report progress even when standard error is no terminal"},
+        {"progress", 0, nullptr, "report progress even where none shows by default"},
         {"no-progress", 0, nullptr, "never report progress"},
     };
     return opts;
@@ -86,6 +86,8 @@ void printProgramHelp(std::ostream& os) {
     printOptions(os, commonOptions());
     os << "\nA FILE given as - is standard input, an output given as - standard output.\n"
        << "Sizes are byte counts with an optional K, M or G (binary multiples).\n"
+       << "Jobs that run longer than half a second show their progress where standard error\n"
+       << "is a terminal, unless what they print goes to that terminal too (--progress).\n"
        << "\nExit status: 0 on success, 1 when the operation failed (one line on standard\n"
        << "error says why), 2 on bad usage. compare exits 1 when the files differ and 2 when\n"
        << "they cannot be compared, as cmp does.\n";
@@ -113,9 +115,9 @@ bool applyCommonOption(Context& ctx, const std::string& name) {
     if (name == "verbose")
         ctx.verbose = true;
     else if (name == "progress")
-        ctx.progress = true;
+        ctx.progress = ctx.progressAsked = true;
     else if (name == "no-progress")
-        ctx.progress = false;
+        ctx.progress = ctx.progressAsked = false;
     else
         return false;
     return true;

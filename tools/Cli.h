@@ -36,6 +36,10 @@ struct Context {
     bool progress = false;
     // How long a job runs before its progress shows (seconds).
     double progressDelay = 0.5;
+    // Whether `out` is a terminal, where a progress line would run into what is printed.
+    bool outTerminal = false;
+    // Whether --progress asked for progress (rather than a terminal on `err`).
+    bool progressAsked = false;
 };
 
 // Thrown by a command that finds its arguments unusable; run() prints it with the usage line.

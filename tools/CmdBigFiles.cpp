@@ -263,7 +263,7 @@ int runJoin(Invocation& inv) {
         if (outExists && FileSys::regularFileId(p, exists, id, nullptr) && exists && id == outId)
             return inv.fail(outFile, "is part " + std::to_string(n) + " of the set it would join");
     }
-    Progress progress(inv.ctx, "join");
+    Progress progress(inv.ctx, "join", outFile == "-");
     int64_t done = 0;
     std::string why;
     const FileSys::Emit count = [&](const unsigned char*, size_t n) {
@@ -277,6 +277,7 @@ int runJoin(Invocation& inv) {
         ok = emitParts(
             naming, parts,
             [&](const unsigned char* p, size_t n) {
+                progress.beforeOutput();
                 inv.ctx.out.write(reinterpret_cast<const char*>(p),
                                   static_cast<std::streamsize>(n));
                 return count(p, n) && inv.ctx.out.good();

@@ -67,14 +67,17 @@ class RecordSink {
           m_countOnly(inv.has("count")),
           m_limit(limit),
           m_total(total),
-          m_progress(inv.ctx, "scan") {}
+          m_progress(inv.ctx, "scan", !m_countOnly) {}
 
     // Whether there is room for a record: false once the limit is reached.
     bool wantsMore() const { return m_limit < 0 || m_count < m_limit; }
     // Takes a record; false when the scan should stop.
     bool take(const XString& record, int64_t position) {
         ++m_count;
-        if (!m_countOnly) m_inv.ctx.out << record.view() << '\n';
+        if (!m_countOnly) {
+            m_progress.beforeOutput();
+            m_inv.ctx.out << record.view() << '\n';
+        }
         if (m_progress.active())
             m_progress.update(counted(m_count, "record", "records") + ", " +
                               fraction(position, m_total));

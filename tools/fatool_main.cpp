@@ -10,5 +10,6 @@ int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     // Progress lines are for a person watching: on by default only when stderr is a terminal.
     fatool::Context ctx{std::cin, std::cout, std::cerr, false, isatty(STDERR_FILENO) == 1};
+    ctx.outTerminal = isatty(STDOUT_FILENO) == 1;
     return fatool::run(argc, argv, ctx);
 }

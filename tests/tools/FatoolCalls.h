@@ -47,14 +47,16 @@ class FatoolTest : public TempDirTest {
         return w;
     }
 
-    // Runs one command line with the given streams; returns the exit status.
+    // Runs one command line with the given streams; returns the exit status. `terminal` stands
+    // for standard error being a terminal, `outTerminal` for standard output being one.
     int runLine(const std::string& line, std::istream& in, std::ostream& out, std::ostream& err,
-                bool terminal = false, double progressDelay = 0.5) const {
+                bool terminal = false, double progressDelay = 0.5, bool outTerminal = false) const {
         std::deque<std::string> args;  // keeps its strings in place as it grows
         std::vector<const char*> argv{"fatool"};
         std::istringstream words(line);
         for (std::string w; words >> w;) argv.push_back(args.emplace_back(argument(w)).c_str());
         fatool::Context ctx{in, out, err, false, terminal, progressDelay};
+        ctx.outTerminal = outTerminal;
         return fatool::run(static_cast<int>(argv.size()), argv.data(), ctx);
     }
 

@@ -258,6 +258,67 @@ TEST_F(FatoolTest, ProgressIsWipedAndOnlyForSlowJobs) {
     runCalls({{"scan --no-progress -c @t.txt [ ]", 0, "3\n"}}, true);
 }
 
+// What a terminal shows for the bytes written to it: the lines, each as it finally stands
+// after carriage returns let later text overwrite it, trailing blanks dropped; a last line
+// without its '\n' counts too.
+std::vector<std::string> terminalLines(const std::string& bytes) {
+    std::vector<std::string> lines;
+    std::string line;
+    size_t column = 0;
+    auto end = [&] {
+        const size_t last = line.find_last_not_of(' ');
+        lines.push_back(last == std::string::npos ? "" : line.substr(0, last + 1));
+        line.clear();
+        column = 0;
+    };
+    for (char c : bytes) {
+        if (c == '\r') {
+            column = 0;
+        } else if (c == '\n') {
+            end();
+        } else {
+            if (column < line.size())
+                line[column] = c;
+            else
+                line += c;
+            ++column;
+        }
+    }
+    if (!line.empty()) end();
+    return lines;
+}
+
+// When standard output is the terminal too, records and a progress line would share it: a scan
+// that prints records shows no progress unless asked, and with --progress wipes the line before
+// each record; a count alone shows progress as usual.
+TEST_F(FatoolTest, ProgressNeverRunsIntoRecordsOnATerminal) {
+    writeFile("t.txt", "[a] [b] [c]");
+    writeFile("p.1.part", "ab");
+    writeFile("p.2.part", "cd");
+    struct Case {
+        const char* line;
+        bool progressShown;
+        std::vector<std::string> shown;  // the terminal's lines, standard output and error
+    };
+    const std::vector<Case> cases = {
+        {"scan @t.txt [ ]", false, {"[a]", "[b]", "[c]"}},
+        {"scan --progress @t.txt [ ]", true, {"[a]", "[b]", "[c]"}},
+        {"scan -c @t.txt [ ]", true, {"3"}},
+        {"join -d @ p -", false, {"abcd"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        std::istringstream in;
+        std::ostringstream screen;  // both streams, in the order of the writes
+        EXPECT_EQ(runLine(c.line, in, screen, screen, true, 0.0, true), 0);
+        const std::string s = screen.str();
+        EXPECT_EQ(s.find(": ") != std::string::npos, c.progressShown) << s;
+        std::vector<std::string> lines = terminalLines(s);
+        while (!lines.empty() && lines.back().empty()) lines.pop_back();  // a wiped line
+        EXPECT_EQ(lines, c.shown) << s;
+    }
+}
+
 }  // namespace
 
 #else
