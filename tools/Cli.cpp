@@ -88,6 +88,8 @@ void printProgramHelp(std::ostream& os) {
        << "Sizes are byte counts with an optional K, M or G (binary multiples).\n"
        << "Jobs that run longer than half a second show their progress where standard error\n"
        << "is a terminal, unless what they print goes to that terminal too (--progress).\n"
+       << "Stopped by SIGINT, SIGTERM or SIGHUP, a command removes the files it made for\n"
+       << "itself and ends by that signal.\n"
        << "\nExit status: 0 on success, 1 when the operation failed (one line on standard\n"
        << "error says why), 2 on bad usage. compare exits 1 when the files differ and 2 when\n"
        << "they cannot be compared, as cmp does.\n";
@@ -226,6 +228,12 @@ Invocation::~Invocation() {
     }
 }
 
+void Invocation::addScratch(const std::string& path) {
+    scratch.push_back(path);
+    scratchOnStop.push_back(std::make_unique<interrupt::OnStop>(
+        [path] { FileSys::deleteFileUtf8(path.c_str(), nullptr); }));
+}
+
 std::string Invocation::get(const std::string& name, const std::string& fallback) const {
     auto it = opts.find(name);
     return it == opts.end() ? fallback : it->second;
@@ -241,7 +249,7 @@ std::string Invocation::inputFile(const std::string& arg, const char* suffix) {
     XString dir, prefix("fatool-stdin-"), path;
     if (!fa.GetTempFilename(dir, prefix, path))
         throw UsageError("cannot keep standard input: " + errorLines(fa));
-    scratch.push_back(path.getUtf8());
+    addScratch(path.getUtf8());
     if (!fa.OpenForWrite(path)) throw UsageError("cannot keep standard input: " + errorLines(fa));
     std::vector<char> block(kCopyBlock);
     DataBuffer data;
@@ -257,7 +265,7 @@ std::string Invocation::inputFile(const std::string& arg, const char* suffix) {
     XString named((path.getUtf8() + std::string(suffix)).c_str());
     if (!fa.FileRename(path, named))
         throw UsageError("cannot keep standard input: " + errorLines(fa));
-    scratch.push_back(named.getUtf8());
+    addScratch(named.getUtf8());
     return named.getUtf8();
 }
 
@@ -273,6 +281,8 @@ std::string Invocation::seekableInput(const std::string& arg) {
 }
 
 int Invocation::fail(const std::string& path, const std::string& reason) const {
+    // A job stopped by a signal ends by that signal, without a word.
+    if (interrupt::stopRequested()) return kExitFailed;
     ctx.err << kProgram << ": " << spec.name << ": " << (path.empty() ? "" : shown(path) + ": ")
             << reason << '\n';
     return kExitFailed;
@@ -284,6 +294,7 @@ int Invocation::failFrom(ClsBase& obj, const std::string& path) const {
 
 int Invocation::failFromLog(const std::string& lines, const std::string& log,
                             const std::string& path) const {
+    if (interrupt::stopRequested()) return kExitFailed;
     fail(path, lines.empty() ? "failed" : lines);
     showLog(log);
     return kExitFailed;
@@ -430,6 +441,9 @@ int dispatch(int argc, const char* const* argv, Context& ctx, std::string& name)
 int run(int argc, const char* const* argv, Context& ctx) {
     std::string name;
     int status = dispatch(argc, argv, ctx, name);
+    // A job stopped by a signal has wound down and removed what it made: the program ends by
+    // that signal.
+    interrupt::stopIfRequested();
     // What was printed must have arrived: a full disk or a closed pipe is a failure.
     errno = 0;
     ctx.out.flush();

@@ -12,10 +12,13 @@
 #include <cstdint>
 #include <istream>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "Interrupt.h"
 
 class ClsBase;
 class XString;
@@ -75,8 +78,10 @@ struct Invocation {
     const CommandSpec& spec;
     std::vector<std::string> args;
     std::map<std::string, std::string> opts;
-    // Files made for the call (standard input copied to a file); removed when it ends.
+    // Files made for the call (standard input copied to a file); removed when it ends, or
+    // when a signal stops the program.
     std::vector<std::string> scratch;
+    std::vector<std::unique_ptr<interrupt::OnStop>> scratchOnStop;
 
     Invocation(Context& c, const CommandSpec& s) : ctx(c), spec(s) {}
     ~Invocation();
@@ -93,6 +98,8 @@ struct Invocation {
     // A file for a command that seeks in it: as inputFile, except that a pipe, socket or
     // device is refused with one line (and "" returned), since it cannot be read twice.
     std::string seekableInput(const std::string& arg);
+    // Keeps a file made for the call as scratch (see `scratch`).
+    void addScratch(const std::string& path);
     // How a path is named in messages ("-" is standard input).
     static std::string shown(const std::string& arg);
 

@@ -1,10 +1,11 @@
-// Whole-file jobs: split, join, compare and replace.
-#include <algorithm>
+// Whole-file jobs: join, compare and replace (split has a file of its own).
 #include <fstream>
 #include <memory>
 #include <new>
 
 #include "Cli.h"
+#include "Interrupt.h"
+#include "Parts.h"
 #include "Progress.h"
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/fs/DataSource.h"
@@ -14,210 +15,11 @@ namespace fatool {
 
 namespace {
 
-const char* const kDefaultExt = "part";
 constexpr unsigned kJoinBlock = 1u << 20;
-
-std::string fileNameOf(const std::string& path) {
-    size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-std::string trimmed(const std::string& s) {
-    const char* ws = " \t\r\n\v\f";
-    size_t b = s.find_first_not_of(ws);
-    if (b == std::string::npos) return "";
-    return s.substr(b, s.find_last_not_of(ws) - b + 1);
-}
-
-// Where the library puts part `n` of a split set, lead + n + tail: the program reads and
-// checks the parts under the names the library gives them.
-struct PartPattern {
-    std::string lead, tail;
-};
-
-PartPattern partPattern(const std::string& dir, const std::string& prefix, const std::string& ext) {
-    std::string e = ext;
-    if (!e.empty() && e[0] == '.') e.erase(0, 1);
-    // Built by appending: GCC 12 warns falsely (-Wrestrict) about "literal" + string.
-    std::string lead = dir;
-    if (!lead.empty() && lead.back() != '/') lead += '/';
-    lead += trimmed(prefix);
-    std::string tail = ".";
-    tail += trimmed(e);
-    return {lead, tail};
-}
-
-// Whether `name` is head, a part number as the library writes it (1, 2, ...), then tail;
-// the number goes to n.
-bool partNumberIn(const std::string& name, const std::string& head, const std::string& tail,
-                  int64_t& n) {
-    if (name.size() <= head.size() + tail.size() || name.compare(0, head.size(), head) != 0 ||
-        name.compare(name.size() - tail.size(), tail.size(), tail) != 0)
-        return false;
-    const std::string digits = name.substr(head.size(), name.size() - head.size() - tail.size());
-    if (digits.size() > 18 || digits[0] < '1' || digits[0] > '9') return false;
-    for (char c : digits)
-        if (c < '0' || c > '9') return false;
-    n = std::stoll(digits);
-    return true;
-}
 
 int64_t sizeOf(ClsFileAccess& fa, const std::string& path) {
     XString p(path.c_str());
     return fa.FileSize64(p);
-}
-
-bool isFile(ClsFileAccess& fa, const std::string& path) {
-    XString p(path.c_str());
-    return fa.FileType(p) == 1;
-}
-
-// Part names of a split or join: directory, prefix and extension, from options or defaults.
-struct PartNaming {
-    std::string dir, prefix, ext;
-    std::string part(int64_t n) const {
-        const PartPattern p = partPattern(dir, prefix, ext);
-        return p.lead + std::to_string(n) + p.tail;
-    }
-    // The numbers of every part present, whatever the gaps between them, in ascending order;
-    // false with the reason when the directory cannot be listed.
-    bool present(std::vector<int64_t>& numbers, std::string& why) const;
-};
-
-bool PartNaming::present(std::vector<int64_t>& numbers, std::string& why) const {
-    const PartPattern p = partPattern(dir, prefix, ext);
-    const size_t slash = p.lead.rfind('/');
-    const std::string where = slash == std::string::npos ? "." : p.lead.substr(0, slash + 1);
-    const std::string head = slash == std::string::npos ? p.lead : p.lead.substr(slash + 1);
-    numbers.clear();
-    XString place(where.c_str());
-    _ovLogger log;
-    if (FileSys::filePathType(place, false, log) == PathType::None) return true;  // no parts
-    std::vector<std::string> names;
-    if (!FileSys::listDirUtf8(where.c_str(), names, &log)) return why = errorLines(log), false;
-    for (const std::string& name : names) {
-        int64_t n = 0;
-        if (partNumberIn(name, head, p.tail, n)) numbers.push_back(n);
-    }
-    std::sort(numbers.begin(), numbers.end());
-    return true;
-}
-
-PartNaming partNaming(const Invocation& inv, const std::string& nameSource) {
-    return {inv.get("dir", "."), inv.get("prefix", fileNameOf(nameSource) + "."),
-            inv.get("ext", kDefaultExt)};
-}
-
-// The options that name the parts; each command says what its defaults come from.
-std::vector<OptionSpec> partOptions(const char* dirHelp, const char* prefixHelp) {
-    return {{"dir", 'd', "DIR", dirHelp},
-            {"prefix", 'P', "PREFIX", prefixHelp},
-            {"ext", 'x', "EXT", "part names end in .EXT (default: part)"}};
-}
-
-// The number of parts 1, 2, ... that exist, up to the first missing one.
-int64_t partsPresent(ClsFileAccess& fa, const PartNaming& naming) {
-    int64_t n = 0;
-    while (isFile(fa, naming.part(n + 1))) ++n;
-    return n;
-}
-
-// Counts the bytes that have reached the part files so far: parts before the newest are full.
-class SplitWatcher {
-  public:
-    SplitWatcher(PartNaming naming, int64_t partSize)
-        : m_naming(std::move(naming)), m_partSize(partSize) {}
-    int64_t bytesWritten() {
-        while (isFile(m_probe, m_naming.part(m_part + 1))) ++m_part;
-        if (m_part == 0) return 0;
-        return (m_part - 1) * m_partSize + sizeOf(m_probe, m_naming.part(m_part));
-    }
-
-  private:
-    PartNaming m_naming;
-    int64_t m_partSize;
-    int64_t m_part = 0;
-    ClsFileAccess m_probe;
-};
-
-// The parts the last call logged as written.
-std::vector<std::string> partsWritten(const ClsFileAccess& fa) {
-    std::vector<std::string> parts;
-    for (const LogEntry& e : fa.lastErrorLog().entries())
-        if (e.kind == LogKind::Data && e.name == "nextPartPath") parts.push_back(e.text);
-    return parts;
-}
-
-// A destination holding any part of the same names (an earlier split's, whatever its
-// numbers) is refused: join would glue stale ones on. --force removes them all first, unless
-// one of them is the file being split.
-int clearStaleParts(Invocation& inv, const std::string& input, const PartNaming& naming) {
-    std::vector<int64_t> stale;
-    std::string why;
-    if (!naming.present(stale, why)) return inv.fail(naming.dir, why);
-    if (stale.empty()) return kExitOk;
-    if (!inv.has("force")) {
-        return inv.fail(naming.part(stale.front()),
-                        "already there, with " + counted(stale.size(), "part", "parts") +
-                            " of an earlier split (--force removes them)");
-    }
-    for (int64_t n : stale)
-        if (sameRegularFile(naming.part(n), input))
-            return inv.fail(naming.part(n), "is the file being split, which --force keeps");
-    ClsFileAccess fa;
-    fa.put_VerboseLogging(inv.ctx.verbose);
-    for (int64_t n : stale) {
-        XString p(naming.part(n).c_str());
-        if (!fa.FileDelete(p)) return inv.failFrom(fa, naming.part(n));
-        inv.showLog(fa);
-    }
-    return kExitOk;
-}
-
-// Whether the input can be read, checked before anything is made or removed; false with the
-// failure reported.
-bool inputReadable(Invocation& inv, const std::string& file) {
-    _ovFileDataSource src;
-    _ovLogger log;
-    XString path(file.c_str());
-    if (src.openDataSourceFile(path, log)) return true;
-    inv.failFromLog(errorLines(log), log.text(), inv.args[0]);
-    return false;
-}
-
-int runSplit(Invocation& inv) {
-    const int64_t partSize = parseSize(inv.args[1], "part size", 1, 0x7fffffff);
-    const std::string file = inv.inputFile(inv.args[0]);
-    const PartNaming naming = partNaming(inv, inv.args[0] == "-" ? "stdin" : inv.args[0]);
-
-    if (!inputReadable(inv, file)) return kExitFailed;
-    ClsFileAccess fa;
-    fa.put_VerboseLogging(inv.ctx.verbose);
-    XString dir(naming.dir.c_str());
-    if (!fa.DirEnsureExists(dir)) return inv.failFrom(fa, naming.dir);
-    if (int status = clearStaleParts(inv, file, naming)) return status;
-    const int64_t total = sizeOf(fa, file);
-    Progress progress(inv.ctx, "split");
-    auto watcher = std::make_shared<SplitWatcher>(naming, partSize);
-    progress.startPolling([watcher, total] { return fraction(watcher->bytesWritten(), total); });
-
-    XString path(file.c_str()), prefix(naming.prefix.c_str()), ext(naming.ext.c_str());
-    const bool ok = fa.SplitFile(path, prefix, ext, static_cast<int>(partSize), dir);
-    progress.finish();
-    const std::vector<std::string> parts = partsWritten(fa);
-    if (!ok) {
-        // All the parts or none: what this call wrote goes again.
-        const int status = inv.failFrom(fa, inv.args[0]);
-        ClsFileAccess cleaner;
-        for (const std::string& p : parts) {
-            XString part(p.c_str());
-            cleaner.FileDelete(part);
-        }
-        return status;
-    }
-    for (const std::string& p : parts) inv.ctx.out << p << '\n';
-    inv.showLog(fa);
-    return kExitOk;
 }
 
 // Writes the parts one after another through `emit`; false (errno set) when one cannot be read.
@@ -246,7 +48,7 @@ int runJoin(Invocation& inv) {
     const std::string& outFile = inv.args[1];
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    const int64_t parts = partsPresent(fa, naming);
+    const int64_t parts = naming.presentFromOne();
     if (parts == 0) return inv.fail(naming.part(1), "no such part (the first of the set)");
     int64_t total = 0;
     FileId outId;
@@ -284,12 +86,17 @@ int runJoin(Invocation& inv) {
             },
             why);
     } else {
+        // Stopped by a signal, the writing fails and the library removes its temporary file.
+        interrupt::Stoppable stoppable;
         ok = FileSys::writeFileStreamUtf8(
             outFile.c_str(),
             [&](const FileSys::Emit& emit) {
                 return emitParts(
                     naming, parts,
-                    [&](const unsigned char* p, size_t n) { return count(p, n) && emit(p, n); },
+                    [&](const unsigned char* p, size_t n) {
+                        if (interrupt::stopRequested()) return errno = EINTR, false;
+                        return count(p, n) && emit(p, n);
+                    },
                     why);
             },
             &log);
@@ -367,20 +174,7 @@ int runReplace(Invocation& inv) {
 }  // namespace
 
 void addBigFileCommands(std::vector<CommandSpec>& table) {
-    std::vector<OptionSpec> splitOptions =
-        partOptions("write the parts into DIR, made if missing (default: .)",
-                    "part names start with PREFIX (default: FILE's name and a dot)");
-    splitOptions.push_back(
-        {"force", 'f', nullptr, "remove every part of the same names first (never FILE)"});
-    table.push_back(
-        {"split", "FILE PART_SIZE", "Cut a file into numbered part files",
-         "PART_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G.\n"
-         "The parts are PREFIX1.EXT, PREFIX2.EXT, ...; each part written is printed.\n"
-         "Standard input (FILE -) is named stdin.\n"
-         "A part of the same names already in DIR (PREFIXn.EXT for any n) is refused\n"
-         "(see --force). FILE must be readable before DIR is made or anything removed.\n"
-         "If the split fails, the parts it wrote are removed.",
-         2, 2, splitOptions, runSplit, true});
+    table.push_back(splitCommand());
     table.push_back({"join", "NAME OUTFILE", "Join the part files of a split back into one file",
                      "NAME is the name of the file that was split: the parts are NAME.1.part,\n"
                      "NAME.2.part, ... (or as --prefix and --ext say), taken in order from\n"

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "Cli.h"
+#include "Interrupt.h"
 #include "Progress.h"
 #include "TagScan.h"
 #include "fileaccess/ClsFileAccess.h"
@@ -354,9 +355,18 @@ int runConvert(Invocation& inv) {
             },
             why);
     } else {
-        ok = FileSys::writeFileStreamUtf8(
-            outFile.c_str(),
-            [&](const FileSys::Emit& emit) { return recoder.run(in, bom, emit, why); }, &log);
+        // Stopped by a signal, the writing fails and the library removes its temporary file.
+        interrupt::Stoppable stoppable;
+        const FileSys::Producer produce = [&](const FileSys::Emit& emit) {
+            return recoder.run(
+                in, bom,
+                [&](const unsigned char* p, size_t n) {
+                    if (interrupt::stopRequested()) return errno = EINTR, false;
+                    return emit(p, n);
+                },
+                why);
+        };
+        ok = FileSys::writeFileStreamUtf8(outFile.c_str(), produce, &log);
     }
     if (!ok && !why.empty()) return inv.fail(inv.args[0], why);
     if (!ok && outFile != "-") return inv.failFromLog(errorLines(log), log.text(), outFile);

@@ -6,6 +6,8 @@
 #include "Cli.h"
 
 int main(int argc, char** argv) {
+    // Before any thread starts: signals are taken by a thread of their own (Interrupt.h).
+    fatool::interrupt::install();
     // Records are printed through the streams alone: no need to keep them in step with stdio.
     std::ios::sync_with_stdio(false);
     // Progress lines are for a person watching: on by default only when stderr is a terminal.

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -58,6 +60,18 @@ class FatoolTest : public TempDirTest {
         fatool::Context ctx{in, out, err, false, terminal, progressDelay};
         ctx.outTerminal = outTerminal;
         return fatool::run(static_cast<int>(argv.size()), argv.data(), ctx);
+    }
+
+    // Every entry under the test directory (or one of its subdirectories), as paths relative
+    // to it, sorted; hidden names included.
+    std::vector<std::string> entries(const std::string& sub = "") const {
+        namespace fs = std::filesystem;
+        const fs::path root = sub.empty() ? fs::path(dir()) : fs::path(path(sub));
+        std::vector<std::string> found;
+        for (const auto& e : fs::recursive_directory_iterator(root))
+            found.push_back(fs::relative(e.path(), root).string());
+        std::sort(found.begin(), found.end());
+        return found;
     }
 
     // Runs the calls in order, so later calls can use the files earlier ones made. `terminal`

@@ -6,13 +6,19 @@
 #ifdef FA_HAVE_FATOOL
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <functional>
 
 #include "FatoolCalls.h"
+#include "Interrupt.h"
+#include "foundation/fs/SysCalls.h"
 #include "support/SysCallOverride.h"
 
 namespace {
@@ -182,8 +188,130 @@ TEST_F(FatoolTest, AFailedSplitLeavesNoParts) {
         runCalls(
             {{"split -d @parts @d.bin 1000", 1, "", {"fatool: split: " + path("d.bin") + ": "}}});
     }
-    for (const char* part : {"parts/d.bin.1.part", "parts/d.bin.2.part"})
-        EXPECT_EQ(readFile(path(part)), "<missing>") << part;
+    // Nothing at all: no part under its own name or a temporary one.
+    EXPECT_EQ(entries("parts"), std::vector<std::string>{});
+}
+
+// The wait status of `body` run in a forked child.
+int waitStatusOf(const std::function<int()>& body) {
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0) return -1;
+    if (pid == 0) _exit(body());
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+// A signal sent to the process from inside the nth read or write of the file-system layer, so
+// that it arrives at a known point of the job. Once the program has taken it, the call goes on
+// (a job that stops by itself) or waits to be cut short (any other). A path that must not
+// exist yet at that point ends the process with status 103 if it does.
+struct SignalAt {
+    static inline int calls = 0, at = 0, signal = 0;
+    static inline bool hold = false;
+    static inline std::string notYet;
+
+    static void arrive() {
+        if (++calls != at) return;
+        if (!notYet.empty() && access(notYet.c_str(), F_OK) == 0) _exit(103);
+        kill(getpid(), signal);
+        while (!fatool::interrupt::stopRequested()) usleep(1000);
+        for (int i = 0; hold && i < 100; ++i) usleep(50000);  // ended by the program, or fails
+    }
+    static ssize_t read(int fd, void* p, size_t n) {
+        return arrive(), realSysCalls().read(fd, p, n);
+    }
+    static ssize_t pread(int fd, void* p, size_t n, off_t at) {
+        return arrive(), realSysCalls().pread(fd, p, n, at);
+    }
+    static ssize_t write(int fd, const void* p, size_t n) {
+        return arrive(), realSysCalls().write(fd, p, n);
+    }
+};
+
+// SIGINT, SIGTERM and SIGHUP stop the job wherever it stands; the program removes the copy of
+// standard input, the temporary output and the parts written so far, and ends by the same
+// signal. An existing output stays as it was.
+TEST_F(FatoolTest, AStopSignalRemovesWhatTheJobMadeAndEndsByIt) {
+    struct Case {
+        const char* line;
+        std::string in;
+        bool onWrite;  // the signal comes in a write, else in a read
+        int at;
+        bool stopsByItself;
+        int signal;
+        std::string notYet = {};  // a split in progress has no part under its own name
+    };
+    const std::string text(3000, 't');
+    const std::vector<Case> cases = {
+        // The library's split cut short at its second part.
+        {"split -d @parts @d.bin 1000", "", true, 2, false, SIGINT, "parts/d.bin.1.part"},
+        // The same from standard input, copied to a file first (the first write).
+        {"split -d @parts - 1000", text, true, 3, false, SIGHUP, "parts/stdin.1.part"},
+        {"encode -", text, true, 1, false, SIGTERM},
+        // Writing a file whole or not at all, stopped between two blocks.
+        {"join -d @sealed d.bin @out", "", false, 2, true, SIGTERM},
+        {"convert @d.bin utf-8 @out utf-16le", "", false, 1, true, SIGINT},
+    };
+    writeFile("d.bin", text);
+    writeFile("out", "precious");
+    mkdir(path("tmp").c_str(), 0755);
+    mkdir(path("parts").c_str(), 0755);
+    runCalls({{"split -d @sealed @d.bin 1000", 0, "", {}, true}});
+    const std::vector<std::string> before = entries();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        const int status = waitStatusOf([&] {
+            setenv("TMPDIR", path("tmp").c_str(), 1);
+            fatool::interrupt::install();
+            SignalAt::at = c.at;
+            SignalAt::signal = c.signal;
+            SignalAt::hold = !c.stopsByItself;
+            SignalAt::notYet = c.notYet.empty() ? "" : path(c.notYet);
+            SysCalls& t = sysCalls();
+            if (c.onWrite) {
+                t.write = SignalAt::write;
+            } else {
+                t.read = SignalAt::read;
+                t.pread = SignalAt::pread;
+            }
+            std::istringstream in(c.in);
+            std::ostringstream out, err;
+            const int rc = runLine(c.line, in, out, err);
+            std::fprintf(stderr, "not stopped: status %d\n%s", rc, err.str().c_str());
+            return 100;
+        });
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == c.signal) << status;
+        EXPECT_EQ(entries(), before);
+    }
+    EXPECT_EQ(readFile(path("out")), "precious");
+}
+
+// SIGPIPE is ignored: a reader that went away makes a write error like any other, reported in
+// one line, with the copy of standard input removed.
+TEST_F(FatoolTest, AClosedPipeIsAWriteError) {
+    mkdir(path("tmp").c_str(), 0755);
+    const int status = waitStatusOf([&] {
+        setenv("TMPDIR", path("tmp").c_str(), 1);
+        fatool::interrupt::install();
+        int ends[2];
+        if (pipe(ends) != 0) return 101;
+        close(ends[0]);
+        std::ofstream out("/dev/fd/" + std::to_string(ends[1]));
+        std::istringstream in(std::string(1 << 20, 'x'));  // more than a pipe holds
+        std::ostringstream err;
+        const int rc = runLine("encode -", in, out, err);
+        const std::string e = err.str();
+        if (rc == 1 && lineCount(e) == 1 &&
+            e.rfind("fatool: encode: standard output: write error", 0) == 0)
+            return 0;
+        std::fprintf(stderr, "status %d\n%s", rc, e.c_str());
+        return 102;
+    });
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(entries("tmp"), std::vector<std::string>{});
 }
 
 // Every command that prints checks that its output arrived: into a full device it fails.
