@@ -206,6 +206,9 @@ int runCommand(const CommandSpec& spec, const std::vector<std::string>& words, C
         printUsageLine(ctx.err, spec);
         ctx.err << "Try '" << kProgram << ' ' << spec.name << " --help' for more.\n";
         return kExitUsage;
+    } catch (const CommandFailure& e) {
+        inv.fail(e.path, e.what());
+        return spec.failureStatus;
     }
 }
 
@@ -248,23 +251,27 @@ std::string Invocation::inputFile(const std::string& arg, const char* suffix) {
     ClsFileAccess fa;
     XString dir, prefix("fatool-stdin-"), path;
     if (!fa.GetTempFilename(dir, prefix, path))
-        throw UsageError("cannot keep standard input: " + errorLines(fa));
+        throw CommandFailure(arg, "cannot keep a copy: " + errorLines(fa));
     addScratch(path.getUtf8());
-    if (!fa.OpenForWrite(path)) throw UsageError("cannot keep standard input: " + errorLines(fa));
+    if (!fa.OpenForWrite(path)) throw CommandFailure(arg, "cannot keep a copy: " + errorLines(fa));
     std::vector<char> block(kCopyBlock);
     DataBuffer data;
+    errno = 0;
     while (ctx.in.read(block.data(), static_cast<std::streamsize>(block.size())) ||
            ctx.in.gcount() > 0) {
         data.clear();
         data.append(block.data(), static_cast<unsigned>(ctx.in.gcount()));
-        if (!fa.FileWrite(data)) throw UsageError("cannot keep standard input: " + errorLines(fa));
+        if (!fa.FileWrite(data)) throw CommandFailure(arg, "cannot keep a copy: " + errorLines(fa));
+        errno = 0;
     }
+    // A stream that cannot be read (a directory, a closed descriptor) is no empty input.
+    if (ctx.in.bad()) throw CommandFailure(arg, readError(errno));
     fa.FileClose();
     if (!suffix) return path.getUtf8();
     // Renamed rather than created under the longer name: the unique name is ours alone.
     XString named((path.getUtf8() + std::string(suffix)).c_str());
     if (!fa.FileRename(path, named))
-        throw UsageError("cannot keep standard input: " + errorLines(fa));
+        throw CommandFailure(arg, "cannot keep a copy: " + errorLines(fa));
     addScratch(named.getUtf8());
     return named.getUtf8();
 }
@@ -337,6 +344,10 @@ bool sameRegularFile(const std::string& a, const std::string& b) {
     bool ea = false, eb = false;
     return FileSys::regularFileId(pa, ea, ia, nullptr) && ea &&
            FileSys::regularFileId(pb, eb, ib, nullptr) && eb && ia == ib;
+}
+
+std::string readError(int err) {
+    return err ? std::string("read error: ") + std::strerror(err) : std::string("read error");
 }
 
 std::string counted(int64_t n, const char* singular, const char* plural) {

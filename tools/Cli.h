@@ -51,6 +51,15 @@ class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Thrown where a command cannot go on (standard input cannot be read, say); run() prints it as
+// the command's one-line failure about `path`.
+class CommandFailure : public std::runtime_error {
+  public:
+    CommandFailure(std::string failedPath, const std::string& reason)
+        : std::runtime_error(reason), path(std::move(failedPath)) {}
+    const std::string path;
+};
+
 struct OptionSpec {
     const char* name;   // long name without the dashes
     char shortName;     // 0 when there is none; a letter means the same in every command
@@ -71,6 +80,8 @@ struct CommandSpec {
     std::vector<OptionSpec> options;
     CommandFn run;
     bool showsProgress = false;  // offers --progress and --no-progress
+    // The exit status of a failure: 1, or 2 where 1 is an answer (compare, as cmp).
+    int failureStatus = kExitFailed;
 };
 
 struct Invocation {
@@ -93,7 +104,8 @@ struct Invocation {
 
     // A file to read for the argument: "-" is standard input, copied to a private file first
     // (the library works on files that can be read more than once), whose name ends in
-    // `suffix` when one is given. Throws UsageError when standard input cannot be copied.
+    // `suffix` when one is given. Throws CommandFailure when standard input cannot be read or
+    // copied.
     std::string inputFile(const std::string& arg, const char* suffix = nullptr);
     // A file for a command that seeks in it: as inputFile, except that a pipe, socket or
     // device is refused with one line (and "" returned), since it cannot be read twice.
@@ -130,6 +142,8 @@ std::string errorLines(const _ovLogger& log);
 // Whether the two paths reach one existing regular file (by device and inode, whatever the
 // names, links or hard links): such a pair cannot be one command's input and output.
 bool sameRegularFile(const std::string& a, const std::string& b);
+// "read error: " and the system's reason for errno `err` ("read error" when it is 0).
+std::string readError(int err);
 // "1 part", "2 parts".
 std::string counted(int64_t n, const char* singular, const char* plural);
 
@@ -142,5 +156,9 @@ const std::vector<CommandSpec>& commandTable();
 
 // Runs the program on argv (argv[0] is the program's name) and returns its exit status.
 int run(int argc, const char* const* argv, Context& ctx);
+// The whole process, as main() runs it: signals taken (Interrupt.h), closed standard
+// descriptors kept from being reused (a closed standard input reads as an error), the
+// terminals found, then run() on the standard streams.
+int runProcess(int argc, const char* const* argv);
 
 }  // namespace fatool

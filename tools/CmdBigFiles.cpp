@@ -193,7 +193,8 @@ void addBigFileCommands(std::vector<CommandSpec>& table) {
                      2,
                      {},
                      runCompare,
-                     true});
+                     true,
+                     kExitUsage});
     table.push_back({"replace",
                      "FILE FIND REPLACEMENT",
                      "Replace every occurrence of a string inside a file",

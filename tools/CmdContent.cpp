@@ -1,4 +1,5 @@
 // Jobs on a file's contents: record scan, blocks, shortcut files, encodings and charsets.
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -49,9 +50,10 @@ class StreamBytes : public ByteSource {
   public:
     explicit StreamBytes(std::istream& in) : m_in(in) {}
     bool read(unsigned char* buf, size_t n, size_t& got, std::string& why) override {
+        errno = 0;
         m_in.read(reinterpret_cast<char*>(buf), static_cast<std::streamsize>(n));
         got = static_cast<size_t>(m_in.gcount());
-        if (m_in.bad()) return why = "read error", false;
+        if (m_in.bad()) return why = readError(errno), false;
         return true;
     }
 

@@ -3,7 +3,10 @@
 #include <memory>
 
 #include "Cli.h"
+#include "Interrupt.h"
+#include "Output.h"
 #include "fileaccess/ClsFileAccess.h"
+#include "foundation/fs/FileSys.h"
 
 namespace fatool {
 
@@ -62,7 +65,30 @@ int runInfo(Invocation& inv) {
     return kExitOk;
 }
 
+// Standard input becomes TO as `cat > TO` would make it, but whole or not at all: a new file
+// has the usual permissions (narrowed by the umask), an existing one keeps its own.
+int copyStandardInput(Invocation& inv) {
+    const std::string& to = inv.args[1];
+    const std::string copy = inv.inputFile("-");
+    bool unknown = false;
+    if (inv.has("no-clobber") && FileSys::fileExistsUtf8(to.c_str(), unknown, nullptr))
+        return inv.fail(to, "it exists, and --no-clobber keeps it");
+    // Stopped by a signal, the writing fails and the fs layer removes its temporary file.
+    interrupt::Stoppable stoppable;
+    std::string why;
+    _ovLogger log;
+    log.m_verboseLogging = inv.ctx.verbose;
+    const bool ok = FileSys::writeFileStreamUtf8(
+        to.c_str(), [&](const FileSys::Emit& emit) { return emitFileBytes(copy, emit, why); },
+        &log);
+    if (!ok && !why.empty()) return inv.fail(inv.args[0], why);
+    if (!ok) return inv.failFromLog(errorLines(log), log.text(), to);
+    inv.showLog(log.text());
+    return kExitOk;
+}
+
 int runCopy(Invocation& inv) {
+    if (inv.args[0] == "-") return copyStandardInput(inv);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     XString from(inv.inputFile(inv.args[0]).c_str()), to(inv.args[1].c_str());
@@ -129,7 +155,9 @@ void addFileCommands(std::vector<CommandSpec>& table) {
     table.push_back({"copy",
                      "FROM TO",
                      "Copy a file",
-                     "TO is written whole or not at all; a TO that is a symbolic link stays one.",
+                     "TO is written whole or not at all; a TO that is a symbolic link stays one.\n"
+                     "A copy of standard input (FROM -) is made as the shell's > makes a file:\n"
+                     "new with the usual permissions, or keeping those of the TO it replaces.",
                      2,
                      2,
                      {{"no-clobber", 'n', nullptr, "fail when TO exists"}},

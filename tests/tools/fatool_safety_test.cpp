@@ -5,6 +5,7 @@
 
 #ifdef FA_HAVE_FATOOL
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -363,6 +364,83 @@ TEST_F(FatoolTest, DashIsStandardInputAndOutput) {
         {"replace - a b", 2, "", {"must be a file, not '-'"}},
     });
     EXPECT_EQ(readFile(path("copied")), "from standard input");
+}
+
+// Standard input that cannot be read is a read error in one line, never an empty input: a
+// directory here, a closed descriptor below. Nothing is written.
+TEST_F(FatoolTest, UnreadableStandardInputIsAReadError) {
+    mkdir(path("dir").c_str(), 0755);
+    writeFile("d.bin", "");
+    struct Case {
+        const char* line;
+        int status;
+    };
+    const std::vector<Case> cases = {
+        {"encode -", 1},
+        {"blocks - 2", 1},
+        {"scan - <rec> </rec>", 1},
+        {"scan - [ ]", 1},
+        {"copy - @copied", 1},
+        {"convert - latin1 @converted utf-8", 1},
+        {"split -d @parts - 4", 1},
+        {"shortcut -", 1},
+        {"compare - @d.bin", 2},  // could not compare, as cmp
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        std::ifstream in(path("dir"));
+        ASSERT_TRUE(in.is_open());
+        std::ostringstream out, err;
+        EXPECT_EQ(runLine(c.line, in, out, err), c.status);
+        EXPECT_EQ(out.str(), "");
+        const std::string command = std::string(c.line).substr(0, std::string(c.line).find(' '));
+        EXPECT_EQ(err.str(),
+                  "fatool: " + command + ": standard input: read error: Is a directory\n");
+    }
+    EXPECT_EQ(entries(), (std::vector<std::string>{"d.bin", "dir"}));
+}
+
+// A closed standard input, in the program as main() runs it: the descriptor is kept from being
+// reused by the files the command opens, and reading it is an error.
+TEST_F(FatoolTest, AClosedStandardInputIsAReadError) {
+    for (const char* command : {"encode", "scan"}) {
+        SCOPED_TRACE(command);
+        const int status = waitStatusOf([&] {
+            const int out = open(path("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            const int err = open(path("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            if (out < 0 || err < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) return 101;
+            close(out);
+            close(err);
+            close(STDIN_FILENO);  // last, so that no descriptor above takes its number
+            const std::string scan = command;
+            const char* argv[] = {"fatool", command, "-", "<rec>", "</rec>"};
+            return fatool::runProcess(scan == "scan" ? 5 : 3, argv);
+        });
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+        EXPECT_EQ(readFile(path("out")), "");
+        EXPECT_EQ(readFile(path("err")), std::string("fatool: ") + command +
+                                             ": standard input: read error: Bad file descriptor\n");
+    }
+}
+
+// A new file made from standard input has the usual permissions, narrowed by the umask, as the
+// shell's > would make it; a file it replaces keeps its own.
+TEST_F(FatoolTest, ACopyOfStandardInputHasTheUsualPermissions) {
+    writeFile("kept", "old");
+    ASSERT_EQ(chmod(path("kept").c_str(), 0604), 0);
+    const mode_t umaskBefore = umask(027);
+    runCalls({
+        {"copy - @new", 0, "", {}, false, "fresh"},
+        {"copy - @kept", 0, "", {}, false, "replaced"},
+        {"copy -n - @kept", 1, "", {"fatool: copy: " + path("kept") + ": it exists"}, false, "x"},
+    });
+    umask(umaskBefore);
+    struct stat made, kept;
+    ASSERT_EQ(stat(path("new").c_str(), &made), 0);
+    ASSERT_EQ(stat(path("kept").c_str(), &kept), 0);
+    EXPECT_EQ(made.st_mode & 07777, 0640u);
+    EXPECT_EQ(kept.st_mode & 07777, 0604u);
+    EXPECT_EQ(readFile(path("new")) + readFile(path("kept")), "freshreplaced");
 }
 
 // A pipe given by name cannot be read twice: the commands that seek say so in one line, and

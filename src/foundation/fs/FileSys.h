@@ -143,6 +143,13 @@ public:
     static OrvaneHandle* openForAppend(const XString& path, bool lockFile, bool unused,
                                        int& errorCode, LogBase* log);
 
+    // --- the process's standard descriptors ---
+    // Opens /dev/null (for reading) on each of descriptors 0, 1 and 2 that is closed, so that
+    // no file opened later takes its number and gets read as standard input or written with
+    // what is printed; closed[i] tells whether descriptor i was closed. Reads of such a
+    // descriptor then find nothing and writes fail (EBADF).
+    static void occupyClosedStandardDescriptors(bool closed[3]);
+
     // --- the process's current directory ---
     static bool setCurrentDir(const XString& dir);
     static void getCurrentDir(XString& out);
