@@ -242,8 +242,19 @@ std::string Invocation::get(const std::string& name, const std::string& fallback
     return it == opts.end() ? fallback : it->second;
 }
 
-std::string Invocation::shown(const std::string& arg) {
+std::string Invocation::inputName(const std::string& arg) {
     return arg == "-" ? "standard input" : arg;
+}
+
+std::string Invocation::outputName(const std::string& arg) {
+    return arg == "-" ? "standard output" : arg;
+}
+
+std::string Invocation::namedIn(const std::string& lines, const std::vector<NamedFile>& files,
+                                const std::string& fallback) {
+    for (const NamedFile& f : files)
+        if (lines.find('"' + f.used + '"') != std::string::npos) return f.shown;
+    return fallback;
 }
 
 std::string Invocation::inputFile(const std::string& arg, const char* suffix) {
@@ -251,9 +262,10 @@ std::string Invocation::inputFile(const std::string& arg, const char* suffix) {
     ClsFileAccess fa;
     XString dir, prefix("fatool-stdin-"), path;
     if (!fa.GetTempFilename(dir, prefix, path))
-        throw CommandFailure(arg, "cannot keep a copy: " + errorLines(fa));
+        throw CommandFailure(inputName(arg), "cannot keep a copy: " + errorLines(fa));
     addScratch(path.getUtf8());
-    if (!fa.OpenForWrite(path)) throw CommandFailure(arg, "cannot keep a copy: " + errorLines(fa));
+    if (!fa.OpenForWrite(path))
+        throw CommandFailure(inputName(arg), "cannot keep a copy: " + errorLines(fa));
     std::vector<char> block(kCopyBlock);
     DataBuffer data;
     errno = 0;
@@ -261,17 +273,18 @@ std::string Invocation::inputFile(const std::string& arg, const char* suffix) {
            ctx.in.gcount() > 0) {
         data.clear();
         data.append(block.data(), static_cast<unsigned>(ctx.in.gcount()));
-        if (!fa.FileWrite(data)) throw CommandFailure(arg, "cannot keep a copy: " + errorLines(fa));
+        if (!fa.FileWrite(data))
+            throw CommandFailure(inputName(arg), "cannot keep a copy: " + errorLines(fa));
         errno = 0;
     }
     // A stream that cannot be read (a directory, a closed descriptor) is no empty input.
-    if (ctx.in.bad()) throw CommandFailure(arg, readError(errno));
+    if (ctx.in.bad()) throw CommandFailure(inputName(arg), readError(errno));
     fa.FileClose();
     if (!suffix) return path.getUtf8();
     // Renamed rather than created under the longer name: the unique name is ours alone.
     XString named((path.getUtf8() + std::string(suffix)).c_str());
     if (!fa.FileRename(path, named))
-        throw CommandFailure(arg, "cannot keep a copy: " + errorLines(fa));
+        throw CommandFailure(inputName(arg), "cannot keep a copy: " + errorLines(fa));
     addScratch(named.getUtf8());
     return named.getUtf8();
 }
@@ -290,8 +303,8 @@ std::string Invocation::seekableInput(const std::string& arg) {
 int Invocation::fail(const std::string& path, const std::string& reason) const {
     // A job stopped by a signal ends by that signal, without a word.
     if (interrupt::stopRequested()) return kExitFailed;
-    ctx.err << kProgram << ": " << spec.name << ": " << (path.empty() ? "" : shown(path) + ": ")
-            << reason << '\n';
+    ctx.err << kProgram << ": " << spec.name << ": " << (path.empty() ? "" : path + ": ") << reason
+            << '\n';
     return kExitFailed;
 }
 

@@ -112,10 +112,21 @@ struct Invocation {
     std::string seekableInput(const std::string& arg);
     // Keeps a file made for the call as scratch (see `scratch`).
     void addScratch(const std::string& path);
-    // How a path is named in messages ("-" is standard input).
-    static std::string shown(const std::string& arg);
+    // How an argument is named in messages where "-" stands for standard input, or output;
+    // elsewhere "-" is a file's name and shown as it is.
+    static std::string inputName(const std::string& arg);
+    static std::string outputName(const std::string& arg);
+    // A file a library call was given: the path it used, and how messages name it.
+    struct NamedFile {
+        std::string used, shown;
+    };
+    // The file whose path the error lines quote ("open \"p\" failed"), as messages name it;
+    // `fallback` when they quote none.
+    static std::string namedIn(const std::string& lines, const std::vector<NamedFile>& files,
+                               const std::string& fallback);
 
-    // The one-line failure report: "fatool: COMMAND: PATH: reason" (no PATH when empty).
+    // The one-line failure report: "fatool: COMMAND: PATH: reason" (no PATH when empty). The
+    // path is shown as given: callers name standard input and output (inputName()).
     int fail(const std::string& path, const std::string& reason) const;
     // A failure whose reason is what the library's log says went wrong (its error lines);
     // with --verbose the whole log follows.

@@ -1,10 +1,12 @@
 // Whole-file jobs: join, compare and replace (split has a file of its own).
+#include <algorithm>
 #include <fstream>
 #include <memory>
 #include <new>
 
 #include "Cli.h"
 #include "Interrupt.h"
+#include "Output.h"
 #include "Parts.h"
 #include "Progress.h"
 #include "fileaccess/ClsFileAccess.h"
@@ -15,27 +17,14 @@ namespace fatool {
 
 namespace {
 
-constexpr unsigned kJoinBlock = 1u << 20;
-
-int64_t sizeOf(ClsFileAccess& fa, const std::string& path) {
-    XString p(path.c_str());
-    return fa.FileSize64(p);
-}
-
-// Writes the parts one after another through `emit`; false (errno set) when one cannot be read.
-bool emitParts(const PartNaming& naming, int64_t parts, const FileSys::Emit& emit,
-               std::string& why) {
-    std::unique_ptr<char[]> block(new (std::nothrow) char[kJoinBlock]);
-    if (!block) return errno = ENOMEM, false;
+// Writes the parts one after another through `emit`; false when one cannot be read (the
+// reason in `why`, the part in `failedPart`), when emit fails, or on a stop request.
+bool emitParts(const PartNaming& naming, int64_t parts, const FileSys::Emit& emit, std::string& why,
+               std::string& failedPart) {
     for (int64_t n = 1; n <= parts; ++n) {
-        _ovFileDataSource src;
-        _ovLogger log;
-        XString path(naming.part(n).c_str());
-        if (!src.openDataSourceFile(path, log)) return why = errorLines(log), errno = EIO, false;
-        for (unsigned got = kJoinBlock; got == kJoinBlock;) {
-            if (!src.readSourcePM(block.get(), kJoinBlock, got, nullptr, log))
-                return why = errorLines(log), errno = EIO, false;
-            if (!emit(reinterpret_cast<const unsigned char*>(block.get()), got)) return false;
+        if (!emitFileBytes(naming.part(n), emit, why)) {
+            if (!why.empty()) failedPart = naming.part(n);
+            return false;
         }
     }
     return true;
@@ -58,7 +47,7 @@ int runJoin(Invocation& inv) {
     if (outFile != "-" && !FileSys::regularFileId(outPath, outExists, outId, &idLog))
         return inv.failFromLog(errorLines(idLog), idLog.text(), outFile);
     for (int64_t n = 1; n <= parts; ++n) {
-        total += sizeOf(fa, naming.part(n));
+        total += std::max<int64_t>(0, fileSize(naming.part(n)));
         FileId id;
         bool exists = false;
         XString p(naming.part(n).c_str());
@@ -67,7 +56,7 @@ int runJoin(Invocation& inv) {
     }
     Progress progress(inv.ctx, "join", outFile == "-");
     int64_t done = 0;
-    std::string why;
+    std::string why, failedPart;
     const FileSys::Emit count = [&](const unsigned char*, size_t n) {
         done += static_cast<int64_t>(n);
         progress.update(fraction(done, total));
@@ -84,7 +73,7 @@ int runJoin(Invocation& inv) {
                                   static_cast<std::streamsize>(n));
                 return count(p, n) && inv.ctx.out.good();
             },
-            why);
+            why, failedPart);
     } else {
         // Stopped by a signal, the writing fails and the library removes its temporary file.
         interrupt::Stoppable stoppable;
@@ -93,17 +82,17 @@ int runJoin(Invocation& inv) {
             [&](const FileSys::Emit& emit) {
                 return emitParts(
                     naming, parts,
-                    [&](const unsigned char* p, size_t n) {
-                        if (interrupt::stopRequested()) return errno = EINTR, false;
-                        return count(p, n) && emit(p, n);
-                    },
-                    why);
+                    [&](const unsigned char* p, size_t n) { return count(p, n) && emit(p, n); },
+                    why, failedPart);
             },
             &log);
     }
     progress.finish();
-    if (!ok && outFile == "-" && why.empty()) return kExitFailed;  // run() reports the write error
-    if (!ok) return inv.failFromLog(why.empty() ? errorLines(log) : why, log.text(), outFile);
+    // A part that cannot be read is named; a failed write names OUTFILE (run() reports the
+    // failed writes to standard output).
+    if (!ok && !why.empty()) return inv.failFromLog(why, log.text(), failedPart);
+    if (!ok && outFile == "-") return kExitFailed;
+    if (!ok) return inv.failFromLog(errorLines(log), log.text(), outFile);
     if (outFile != "-")
         inv.ctx.out << "joined " << counted(parts, "part", "parts") << " ("
                     << counted(total, "byte", "bytes") << ") into " << outFile << '\n';
@@ -134,7 +123,7 @@ int runCompare(Invocation& inv) {
     const std::string a = inv.inputFile(inv.args[0]), b = inv.inputFile(inv.args[1]);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    int64_t size = sizeOf(fa, a);
+    const int64_t size = fileSize(a);
     Progress progress(inv.ctx, "compare");
     int64_t readBefore = bytesReadByProcess();
     progress.startPolling([readBefore, size] {
@@ -147,7 +136,11 @@ int runCompare(Invocation& inv) {
     progress.finish();
     // A false answer is either a difference or a failure to read; only a failure logs an error.
     if (!same && logHasErrors(fa)) {
-        inv.failFrom(fa, "");
+        const std::string lines = errorLines(fa);
+        inv.failFromLog(
+            lines, logText(fa),
+            Invocation::namedIn(
+                lines, {{a, inv.inputName(inv.args[0])}, {b, inv.inputName(inv.args[1])}}, ""));
         return kExitUsage;
     }
     inv.ctx.out << (same ? "identical" : "different") << '\n';

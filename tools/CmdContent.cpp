@@ -108,7 +108,8 @@ int scanTags(Invocation& inv, const std::string& charset, int64_t limit) {
     FileBytes file;
     StreamBytes input(inv.ctx.in);
     const bool fromStdin = inv.args[0] == "-";
-    if (!fromStdin && !file.open(inv.args[0], why)) return inv.fail(inv.args[0], why);
+    const std::string name = inv.inputName(inv.args[0]);
+    if (!fromStdin && !file.open(inv.args[0], why)) return inv.fail(name, why);
     ByteSource& source = fromStdin ? static_cast<ByteSource&>(input) : file;
     RecordSink sink(inv, limit, fromStdin ? 0 : file.size());
     bool ok =
@@ -117,7 +118,7 @@ int scanTags(Invocation& inv, const std::string& charset, int64_t limit) {
             source, [&](const XString& record) { return sink.take(record, scanner.bytesRead()); },
             why);
     sink.finish();
-    return ok ? kExitOk : inv.fail(inv.args[0], why);
+    return ok ? kExitOk : inv.fail(name, why);
 }
 
 // Other markers: the library's scanner, which reads a file (standard input is kept in one).
@@ -131,7 +132,7 @@ int scanMarkers(Invocation& inv, const std::string& charset, int64_t limit) {
     XString path(file.c_str()), begin(inv.args[1].c_str()), end(inv.args[2].c_str()),
         cs(charset.c_str());
     const int64_t total = fa.FileSize64(path);
-    if (!fa.OpenForRead(path)) return inv.failFrom(fa, inv.args[0]);
+    if (!fa.OpenForRead(path)) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     RecordSink sink(inv, limit, total);
     int64_t bytes = 0;
     int rc = 0;
@@ -142,7 +143,7 @@ int scanMarkers(Invocation& inv, const std::string& charset, int64_t limit) {
         });
     }
     sink.finish();
-    if (rc < 0) return inv.failFrom(fa, inv.args[0]);
+    if (rc < 0) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     inv.showLog(fa);
     return kExitOk;
 }
@@ -164,7 +165,7 @@ bool openForBlocks(Invocation& inv, ClsFileAccess& fa) {
     if (file.empty()) return false;
     XString path(file.c_str());
     if (fa.OpenForRead(path)) return true;
-    inv.failFrom(fa, inv.args[0]);
+    inv.failFrom(fa, inv.inputName(inv.args[0]));
     return false;
 }
 
@@ -173,7 +174,7 @@ int runBlocks(Invocation& inv) {
     ClsFileAccess fa;
     if (!openForBlocks(inv, fa)) return kExitFailed;
     const int n = fa.GetNumBlocks(blockSize);
-    if (n < 0) return inv.failFrom(fa, inv.args[0]);
+    if (n < 0) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     inv.ctx.out << n << '\n';
     inv.showLog(fa);
     return kExitOk;
@@ -187,7 +188,7 @@ int runBlock(Invocation& inv) {
     ClsFileAccess fa;
     if (!openForBlocks(inv, fa)) return kExitFailed;
     DataBuffer block;
-    if (!fa.ReadBlock(index, blockSize, block)) return inv.failFrom(fa, inv.args[0]);
+    if (!fa.ReadBlock(index, blockSize, block)) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     if (encoding.empty()) {
         inv.ctx.out.write(reinterpret_cast<const char*>(block.getData2()), block.getSize());
     } else {
@@ -216,7 +217,7 @@ int runShortcut(Invocation& inv) {
     if (!ClsFileAccess::readShortcut(path, info, log)) {
         const std::string lines = errorLines(log);
         return inv.failFromLog(lines.empty() ? "not a readable shortcut (.lnk) file" : lines,
-                               log.text(), inv.args[0]);
+                               log.text(), inv.inputName(inv.args[0]));
     }
     inv.ctx.out << "name: " << info.name.view() << '\n'
                 << "relativePath: " << info.relativePath.view() << '\n'
@@ -233,7 +234,8 @@ int runEncode(Invocation& inv) {
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     XString path(inv.inputFile(inv.args[0]).c_str()), enc(encoding.c_str()), out;
-    if (!fa.ReadBinaryToEncoded(path, enc, out)) return inv.failFrom(fa, inv.args[0]);
+    if (!fa.ReadBinaryToEncoded(path, enc, out))
+        return inv.failFrom(fa, inv.inputName(inv.args[0]));
     inv.ctx.out << out.view() << '\n';
     inv.showLog(fa);
     return kExitOk;
@@ -370,7 +372,7 @@ int runConvert(Invocation& inv) {
         };
         ok = FileSys::writeFileStreamUtf8(outFile.c_str(), produce, &log);
     }
-    if (!ok && !why.empty()) return inv.fail(inv.args[0], why);
+    if (!ok && !why.empty()) return inv.fail(inv.inputName(inv.args[0]), why);
     if (!ok && outFile != "-") return inv.failFromLog(errorLines(log), log.text(), outFile);
     if (!ok) return kExitFailed;  // standard output failed; run() says so
     inv.showLog(log.text());

@@ -81,7 +81,7 @@ int copyStandardInput(Invocation& inv) {
     const bool ok = FileSys::writeFileStreamUtf8(
         to.c_str(), [&](const FileSys::Emit& emit) { return emitFileBytes(copy, emit, why); },
         &log);
-    if (!ok && !why.empty()) return inv.fail(inv.args[0], why);
+    if (!ok && !why.empty()) return inv.fail(inv.inputName(inv.args[0]), why);
     if (!ok) return inv.failFromLog(errorLines(log), log.text(), to);
     inv.showLog(log.text());
     return kExitOk;
@@ -91,8 +91,14 @@ int runCopy(Invocation& inv) {
     if (inv.args[0] == "-") return copyStandardInput(inv);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    XString from(inv.inputFile(inv.args[0]).c_str()), to(inv.args[1].c_str());
-    if (!fa.FileCopy(from, to, inv.has("no-clobber"))) return inv.failFrom(fa, inv.args[1]);
+    XString from(inv.args[0].c_str()), to(inv.args[1].c_str());
+    if (!fa.FileCopy(from, to, inv.has("no-clobber"))) {
+        // The source when the library's lines name it, else the destination (or its directory).
+        const std::string lines = errorLines(fa);
+        return inv.failFromLog(
+            lines, logText(fa),
+            Invocation::namedIn(lines, {{inv.args[0], inv.args[0]}}, inv.args[1]));
+    }
     inv.showLog(fa);
     return kExitOk;
 }

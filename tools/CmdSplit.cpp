@@ -139,8 +139,21 @@ bool inputReadable(Invocation& inv, const std::string& file) {
     _ovLogger log;
     XString path(file.c_str());
     if (src.openDataSourceFile(path, log)) return true;
-    inv.failFromLog(errorLines(log), log.text(), inv.args[0]);
+    inv.failFromLog(errorLines(log), log.text(), inv.inputName(inv.args[0]));
     return false;
+}
+
+// What a failed split is reported against: the part being written when writing it failed,
+// else the input.
+std::string failedPath(const Invocation& inv, const ClsFileAccess& fa, const PartNaming& naming) {
+    int64_t part = 0;
+    bool outputFailed = false;
+    for (const LogEntry& e : fa.lastErrorLog().entries()) {
+        if (e.kind == LogKind::Data && e.name == "outputFile") ++part;
+        if (e.kind == LogKind::Error && e.text.find("output file") != std::string::npos)
+            outputFailed = true;
+    }
+    return outputFailed && part > 0 ? naming.part(part) : inv.inputName(inv.args[0]);
 }
 
 // The library's split into the temporary names, with its progress.
@@ -171,7 +184,7 @@ int runSplit(Invocation& inv) {
     if (!parts->reserve(why)) return inv.fail(naming.dir, why);
     interrupt::OnStop onStop([parts] { parts->removeAll(); });
     if (!splitInto(inv, fa, file, partSize, parts->scratch())) {
-        const int status = inv.failFrom(fa, inv.args[0]);
+        const int status = inv.failFrom(fa, failedPath(inv, fa, naming));
         parts->removeAll();
         return status;
     }

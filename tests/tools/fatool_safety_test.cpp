@@ -186,11 +186,32 @@ TEST_F(FatoolTest, AFailedSplitLeavesNoParts) {
         SysCallOverride faults;
         faults.failNth(SysCallOverride::Write, 2, ENOSPC, true);
         faults.failNth(SysCallOverride::CopyFileRange, 2, ENOSPC, true);
-        runCalls(
-            {{"split -d @parts @d.bin 1000", 1, "", {"fatool: split: " + path("d.bin") + ": "}}});
+        // The part that could not be written is named, not the input.
+        runCalls({{"split -d @parts @d.bin 1000",
+                   1,
+                   "",
+                   {"fatool: split: " + path("parts") + "/d.bin.2.part: write failed"}}});
     }
     // Nothing at all: no part under its own name or a temporary one.
     EXPECT_EQ(entries("parts"), std::vector<std::string>{});
+}
+
+// A part that cannot be read is named in the failure, whether the joined bytes go to a file
+// (left as it was) or to standard output (which has the bytes before it).
+TEST_F(FatoolTest, AFailedJoinNamesThePartItCouldNotRead) {
+    writeFile("p.1.part", "ab");
+    writeFile("p.2.part", "cd");
+    writeFile("out", "precious");
+    for (const char* line : {"join -d @ p -", "join -d @ p @out"}) {
+        SysCallOverride faults;
+        faults.failNth(SysCallOverride::Read, 3, EIO);  // part 1 (bytes, end), then part 2
+        const bool toStdout = std::string(line).back() == '-';
+        runCalls({{line,
+                   1,
+                   toStdout ? "ab" : "",
+                   {"fatool: join: " + path("p.2.part") + ": ", "Input/output error"}}});
+    }
+    EXPECT_EQ(readFile(path("out")), "precious");
 }
 
 // The wait status of `body` run in a forked child.

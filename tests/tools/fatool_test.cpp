@@ -5,6 +5,7 @@
 #ifdef FA_HAVE_FATOOL
 
 #include <cctype>
+#include <filesystem>
 #include <map>
 #include <set>
 
@@ -177,7 +178,9 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
         bool logged;  // whether a library call failed, whose log --verbose adds
     };
     const std::vector<Case> cases = {
-        {"copy @m @b", "fatool: copy: " + path("b") + ": ", "Failed to copy file", true},
+        // The path that failed: the source here, the destination's directory next.
+        {"copy @m @b", "fatool: copy: " + path("m") + ": ", "No such file", true},
+        {"copy @f @nodir/b", "fatool: copy: " + path("nodir/b") + ": ", "No such file", true},
         {"copy -n @f @f", "fatool: copy: " + path("f") + ": ", "exists", true},
         {"scan @m <a> </a>", "fatool: scan: " + path("m") + ": ", "No such file", false},
         {"scan @m [a] [/a]", "fatool: scan: " + path("m") + ": ", "No such file", true},
@@ -191,7 +194,14 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
          "fatool: shortcut: ", "not a readable shortcut", true},
         {"join -d @ nothing @o", "fatool: join: " + path("nothing.1.part") + ": ", "no such part",
          false},
+        // Where - is a file's name it is shown as one (run in the test's directory).
+        {"info -", "fatool: info: -: ", "no such file or directory", false},
+        {"move - @x", "fatool: move: -: ", "No such file", true},
+        {"delete -", "fatool: delete: -: ", "No such file", true},
     };
+    // The test's directory is the current one meanwhile, for the relative name "-".
+    const std::string cwd = std::filesystem::current_path().string();
+    std::filesystem::current_path(dir());
     for (const Case& c : cases) {
         SCOPED_TRACE(c.line);
         std::string quiet;
@@ -212,6 +222,7 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
             EXPECT_EQ(lineCount(e) > 1, c.logged) << e;
         }
     }
+    std::filesystem::current_path(cwd);
 }
 
 // compare answers as cmp does: 0 identical, 1 different, 2 when it cannot compare.
@@ -223,8 +234,10 @@ TEST_F(FatoolTest, CompareTellsDifferentFromCannotCompare) {
     runCalls({
         {"compare @a @b", 0, "identical\n"},
         {"compare @a @c", 1, "different\n"},
-        {"compare @dir @a", 2, "", {"fatool: compare: "}},
-        {"compare @a @missing", 2, "", {"fatool: compare: "}},
+        // The line names the file that could not be read.
+        {"compare @dir @a", 2, "", {"fatool: compare: " + path("dir") + ": "}},
+        {"compare @a @missing", 2, "", {"fatool: compare: " + path("missing") + ": "}},
+        {"compare @missing @a", 2, "", {"fatool: compare: " + path("missing") + ": "}},
     });
 }
 
