@@ -86,10 +86,12 @@ class RecordSink {
                               fraction(position, m_total));
         return m_inv.ctx.out.good() && wantsMore();
     }
-    void finish() {
+    // Ends the scan; the count is printed only for a scan that went through.
+    void finish(bool ok) {
         m_progress.finish();
-        if (m_countOnly) m_inv.ctx.out << m_count << '\n';
+        if (ok && m_countOnly) m_inv.ctx.out << m_count << '\n';
     }
+    int64_t count() const { return m_count; }
 
   private:
     Invocation& m_inv;
@@ -117,7 +119,7 @@ int scanTags(Invocation& inv, const std::string& charset, int64_t limit) {
         scanner.scan(
             source, [&](const XString& record) { return sink.take(record, scanner.bytesRead()); },
             why);
-    sink.finish();
+    sink.finish(ok);
     return ok ? kExitOk : inv.fail(name, why);
 }
 
@@ -136,13 +138,19 @@ int scanMarkers(Invocation& inv, const std::string& charset, int64_t limit) {
     RecordSink sink(inv, limit, total);
     int64_t bytes = 0;
     int rc = 0;
+    bool invalid = false;
     if (sink.wantsMore()) {
         rc = fa.ScanFragments(true, 0, begin, end, cs, [&](const XString& record) {
+            // A record holds its markers: one handed over empty could not be decoded.
+            if (record.isEmpty()) return invalid = true, false;
             bytes += record.getSizeUtf8();
             return sink.take(record, bytes);
         });
     }
-    sink.finish();
+    sink.finish(rc >= 0 && !invalid);
+    if (invalid)
+        return inv.fail(inv.inputName(inv.args[0]), "record " + std::to_string(sink.count() + 1) +
+                                                        " is not valid " + charset + " text");
     if (rc < 0) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     inv.showLog(fa);
     return kExitOk;
@@ -395,7 +403,8 @@ void addContentCommands(std::vector<CommandSpec>& table) {
          "closing '>' (quoted attribute values may hold '>'); a tag closed by '/>' is\n"
          "a record by itself. Any other BEGIN is matched exactly, and the END is\n"
          "sought from the byte after BEGIN's first byte. Markers are matched as\n"
-         "bytes in CHARSET; records are decoded from it.",
+         "bytes in CHARSET; records are decoded from it, and one that is not valid\n"
+         "CHARSET text fails the scan after the records before it are printed.",
          3,
          3,
          {{"charset", 'C', "CHARSET", "the file's charset (default: utf-8)"},

@@ -54,6 +54,7 @@ bool TagScanner::prepare(const std::string& begin, const std::string& end,
                          const std::string& charset, std::string& why) {
     if (!isTagMarker(begin)) return why = "'" + begin + "' is not a tag", false;
     if (end.empty()) return why = "the end marker is empty", false;
+    m_charsetName = charset;
     if (!m_charset.setByName(charset.c_str()))
         return why = "unknown charset '" + charset + "'", false;
     static const char* const kUnitText[kUnits] = {" ", "\t", "\r", "\n", ">", "/", "\"", "'"};
@@ -195,12 +196,18 @@ bool TagScanner::scan(ByteSource& source, const std::function<bool(const XString
     m_at = m_start = 0;
     m_bytesRead = 0;
     XString record;
-    while (true) {
+    for (int64_t count = 1;;) {
         if (step(w)) {
             record.clear();
-            record.appendFromEncoding(m_charset, w.data() + m_start,
-                                      static_cast<unsigned>(m_at - m_start));
+            if (!record.appendFromEncoding(m_charset, w.data() + m_start,
+                                           static_cast<unsigned>(m_at - m_start))) {
+                why = "record " + std::to_string(count) + " (at byte " +
+                      std::to_string(w.base + static_cast<int64_t>(m_start)) + ") is not valid " +
+                      m_charsetName + " text";
+                return false;
+            }
             if (!onRecord(record)) return true;
+            ++count;
             continue;
         }
         // A record left without its end at the end of the data is no record.

@@ -225,6 +225,29 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
     std::filesystem::current_path(cwd);
 }
 
+// A record that is not valid text in the charset fails the scan with its number (and, where
+// the program scans by itself, its offset), after the records before it were printed; a
+// count is not printed at all.
+TEST_F(FatoolTest, ARecordNotValidInItsCharsetIsAnError) {
+    writeFile("l1.xml", "<rec>ok</rec><rec>caf\xe9</rec><rec>no</rec>");
+    writeFile("l2.xml", "\xe9\xe9<rec>ok</rec>\xe9");
+    const std::string start = "fatool: scan: " + path("l1.xml") + ": record 2";
+    runCalls({
+        {"scan @l1.xml <rec> </rec>",
+         1,
+         "<rec>ok</rec>\n",
+         {start + " (at byte 13) is not valid utf-8 text\n"}},
+        {"scan -c @l1.xml <rec> </rec>",
+         1,
+         "",
+         {start + " (at byte 13) is not valid utf-8 text\n"}},
+        {"scan @l1.xml <rec </rec>", 1, "<rec>ok</rec>\n", {start + " is not valid utf-8 text\n"}},
+        // Bytes outside the records are never decoded.
+        {"scan @l2.xml <rec> </rec>", 0, "<rec>ok</rec>\n"},
+        {"scan -c -C latin1 @l1.xml <rec> </rec>", 0, "3\n"},
+    });
+}
+
 // compare answers as cmp does: 0 identical, 1 different, 2 when it cannot compare.
 TEST_F(FatoolTest, CompareTellsDifferentFromCannotCompare) {
     writeFile("a", "same");

@@ -146,6 +146,24 @@ TEST(TagScanTest, RefusesMarkersItCannotMatchAndStopsOnRequestOrError) {
     EXPECT_EQ(got, (Records{"<a>1</a>", "<a>2</a>"}));
 }
 
+// A record that is not valid text in the charset ends the scan with its number and offset,
+// wherever the blocks cut the data; the records before it are handed over.
+TEST(TagScanTest, ARecordNotValidInTheCharsetEndsTheScan) {
+    const std::string text = "<r><a>1</a>\n<a x='\xff'>2</a><a>3</a></r>";
+    for (size_t block : {size_t{1}, size_t{3}, size_t{7}, fatool::TagScanner::kBlock}) {
+        SCOPED_TRACE(block);
+        fatool::TagScanner scanner(block);
+        std::string why;
+        ASSERT_TRUE(scanner.prepare("<a>", "</a>", "utf-8", why));
+        StringBytes source(text);
+        Records got;
+        EXPECT_FALSE(scanner.scan(
+            source, [&](const XString& r) { return got.emplace_back(r.view()), true; }, why));
+        EXPECT_EQ(why, "record 2 (at byte 12) is not valid utf-8 text");
+        EXPECT_EQ(got, Records{"<a>1</a>"});
+    }
+}
+
 // A file of records in every form, with tags placed across the library's 65,536-byte chunk
 // seams and the program's 1 MiB block seams, scanned from a file and from standard input.
 TEST_F(FatoolTest, ScanFindsEveryRecordOfALargeMixedFile) {
