@@ -476,7 +476,8 @@ int run(int argc, const char* const* argv, Context& ctx) {
         ctx.err << kProgram << ": " << (name.empty() ? "" : name + ": ")
                 << "standard output: write error"
                 << (err ? std::string(": ") + std::strerror(err) : std::string()) << '\n';
-        status = kExitFailed;
+        const CommandSpec* spec = name.empty() ? nullptr : findCommand(name);
+        status = spec ? spec->failureStatus : kExitFailed;
     }
     return status;
 }

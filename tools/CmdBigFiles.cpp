@@ -120,6 +120,11 @@ bool logHasErrors(const ClsBase& obj) {
 
 // As cmp: 0 identical, 1 different, 2 when the files cannot be compared.
 int runCompare(Invocation& inv) {
+    // A stream is the same as itself, and could not be read a second time anyway.
+    if (inv.args[0] == "-" && inv.args[1] == "-") {
+        inv.ctx.out << "identical\n";
+        return kExitOk;
+    }
     const std::string a = inv.inputFile(inv.args[0]), b = inv.inputFile(inv.args[1]);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
@@ -181,7 +186,8 @@ void addBigFileCommands(std::vector<CommandSpec>& table) {
                      "FILE1 FILE2",
                      "Compare two files byte for byte",
                      "Prints 'identical' (exit status 0) or 'different' (exit status 1); exit\n"
-                     "status 2 when they cannot be compared, as with cmp.",
+                     "status 2 when they cannot be compared or the answer cannot be written, as\n"
+                     "with cmp. Standard input (- -) is identical to itself.",
                      2,
                      2,
                      {},
