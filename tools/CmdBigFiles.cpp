@@ -35,8 +35,6 @@ bool emitParts(const PartNaming& naming, int64_t parts, const FileSys::Emit& emi
 int runJoin(Invocation& inv) {
     const PartNaming naming = partNaming(inv, inv.args[0]);
     const std::string& outFile = inv.args[1];
-    ClsFileAccess fa;
-    fa.put_VerboseLogging(inv.ctx.verbose);
     const int64_t parts = naming.presentFromOne();
     if (parts == 0) return inv.fail(naming.part(1), "no such part (the first of the set)");
     int64_t total = 0;
@@ -44,7 +42,9 @@ int runJoin(Invocation& inv) {
     bool outExists = false;
     _ovLogger idLog;
     XString outPath(outFile.c_str());
-    if (outFile != "-" && !FileSys::regularFileId(outPath, outExists, outId, &idLog))
+    // Only a file can be one of the parts; a stream is written as it is.
+    if (outputKind(outFile) == OutputKind::File &&
+        !FileSys::regularFileId(outPath, outExists, outId, &idLog))
         return inv.failFromLog(errorLines(idLog), idLog.text(), outFile);
     for (int64_t n = 1; n <= parts; ++n) {
         total += std::max<int64_t>(0, fileSize(naming.part(n)));
@@ -63,30 +63,19 @@ int runJoin(Invocation& inv) {
         return true;
     };
     _ovLogger log;
-    bool ok;
-    if (outFile == "-") {
-        ok = emitParts(
-            naming, parts,
-            [&](const unsigned char* p, size_t n) {
-                progress.beforeOutput();
-                inv.ctx.out.write(reinterpret_cast<const char*>(p),
-                                  static_cast<std::streamsize>(n));
-                return count(p, n) && inv.ctx.out.good();
-            },
-            why, failedPart);
-    } else {
-        // Stopped by a signal, the writing fails and the library removes its temporary file.
-        interrupt::Stoppable stoppable;
-        ok = FileSys::writeFileStreamUtf8(
-            outFile.c_str(),
-            [&](const FileSys::Emit& emit) {
-                return emitParts(
-                    naming, parts,
-                    [&](const unsigned char* p, size_t n) { return count(p, n) && emit(p, n); },
-                    why, failedPart);
-            },
-            &log);
-    }
+    log.m_verboseLogging = inv.ctx.verbose;
+    const bool ok = writeOutput(
+        inv.ctx, outFile,
+        [&](const FileSys::Emit& emit) {
+            return emitParts(
+                naming, parts,
+                [&](const unsigned char* p, size_t n) {
+                    progress.beforeOutput();  // the joined bytes may share its terminal
+                    return count(p, n) && emit(p, n);
+                },
+                why, failedPart);
+        },
+        log);
     progress.finish();
     // A part that cannot be read is named; a failed write names OUTFILE (run() reports the
     // failed writes to standard output).
@@ -177,7 +166,8 @@ void addBigFileCommands(std::vector<CommandSpec>& table) {
                      "NAME is the name of the file that was split: the parts are NAME.1.part,\n"
                      "NAME.2.part, ... (or as --prefix and --ext say), taken in order from\n"
                      "part 1 up to the first one missing. OUTFILE is written whole or not at\n"
-                     "all; - writes the joined bytes to standard output.",
+                     "all; - writes the joined bytes to standard output, and an OUTFILE that is\n"
+                     "no regular file (a FIFO, /dev/stdout) is written as a stream.",
                      2, 2,
                      partOptions("read the parts from DIR (default: .)",
                                  "part names start with PREFIX (default: NAME and a dot)"),

@@ -6,6 +6,7 @@
 
 #include "Cli.h"
 #include "Interrupt.h"
+#include "Output.h"
 #include "Progress.h"
 #include "TagScan.h"
 #include "fileaccess/ClsFileAccess.h"
@@ -343,7 +344,8 @@ class Recoder {
     DataBuffer m_text, m_out;
 };
 
-// OUT is written whole or not at all (a new file renamed over it); "-" is standard output.
+// OUT is written whole or not at all (a new file renamed over it); "-" is standard output, and
+// an OUT that is no regular file a stream (Output.h).
 int runConvert(Invocation& inv) {
     const std::string& outFile = inv.args[2];
     Recoder recoder(inv.args[1], inv.args[3]);
@@ -356,32 +358,13 @@ int runConvert(Invocation& inv) {
     const bool bom = inv.has("bom");
     std::string why;
     _ovLogger log;
-    bool ok;
-    if (outFile == "-") {
-        ok = recoder.run(
-            in, bom,
-            [&](const unsigned char* p, size_t n) {
-                inv.ctx.out.write(reinterpret_cast<const char*>(p),
-                                  static_cast<std::streamsize>(n));
-                return inv.ctx.out.good();
-            },
-            why);
-    } else {
-        // Stopped by a signal, the writing fails and the library removes its temporary file.
-        interrupt::Stoppable stoppable;
-        const FileSys::Producer produce = [&](const FileSys::Emit& emit) {
-            return recoder.run(
-                in, bom,
-                [&](const unsigned char* p, size_t n) {
-                    if (interrupt::stopRequested()) return errno = EINTR, false;
-                    return emit(p, n);
-                },
-                why);
-        };
-        ok = FileSys::writeFileStreamUtf8(outFile.c_str(), produce, &log);
-    }
+    log.m_verboseLogging = inv.ctx.verbose;
+    const bool ok = writeOutput(
+        inv.ctx, outFile,
+        [&](const FileSys::Emit& emit) { return recoder.run(in, bom, emit, why); }, log);
     if (!ok && !why.empty()) return inv.fail(inv.inputName(inv.args[0]), why);
-    if (!ok && outFile != "-") return inv.failFromLog(errorLines(log), log.text(), outFile);
+    if (!ok && outFile != "-")
+        return inv.failFromLog(errorLines(log), log.text(), inv.outputName(outFile));
     if (!ok) return kExitFailed;  // standard output failed; run() says so
     inv.showLog(log.text());
     return kExitOk;
@@ -463,7 +446,8 @@ void addContentCommands(std::vector<CommandSpec>& table) {
     table.push_back({"convert",
                      "IN FROM OUT TO",
                      "Rewrite a text file from one charset into another",
-                     "OUT is written whole or not at all; - writes to standard output. Input\n"
+                     "OUT is written whole or not at all; - writes to standard output, and an OUT\n"
+                     "that is no regular file (a FIFO, /dev/stdout) is written as a stream. Input\n"
                      "that is not valid in FROM, or text that TO cannot hold, fails the command\n"
                      "and leaves OUT as it was. A byte-order mark of FROM at IN's start is\n"
                      "dropped. OUT must be another file than IN (under any name or link).",

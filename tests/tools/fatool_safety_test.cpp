@@ -480,6 +480,52 @@ TEST_F(FatoolTest, APipeByNameIsRefusedWhereTheCommandSeeks) {
     });
 }
 
+// An output that is no regular file is written as a stream, as - is: a FIFO, /dev/null, and
+// /dev/stdout (the issue of a temporary file in /proc/self/fd, where none can be made).
+TEST_F(FatoolTest, AnOutputThatIsNoRegularFileIsWrittenAsAStream) {
+    writeFile("p.1.part", "ab");
+    writeFile("p.2.part", "cd");
+    writeFile("in.txt", "caf\xc3\xa9");
+    const std::string utf16 = std::string("c\0a\0f\0\xe9\0", 8);
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0644), 0);
+    struct Case {
+        std::string line, out, streamed;
+    };
+    const std::vector<Case> cases = {
+        {"join -d @ p @fifo", "joined 2 parts (4 bytes) into " + path("fifo") + "\n", "abcd"},
+        {"convert @in.txt utf-8 @fifo utf-16le", "", utf16},
+        {"join -d @ p /dev/null", "joined 2 parts (4 bytes) into /dev/null\n", ""},
+        {"convert @in.txt utf-8 /dev/null utf-16le", "", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        // The reader is there first: the bytes wait in the pipe until they are read back.
+        const int reader = open(path("fifo").c_str(), O_RDONLY | O_NONBLOCK);
+        ASSERT_GE(reader, 0);
+        runCalls({{c.line, 0, c.out}});
+        char buf[64];
+        const ssize_t got = read(reader, buf, sizeof buf);
+        close(reader);
+        EXPECT_EQ(std::string(buf, got > 0 ? static_cast<size_t>(got) : 0), c.streamed);
+    }
+    // /dev/stdout as a pipe, in a child whose standard output is one.
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const int status = waitStatusOf([&] {
+        if (dup2(ends[1], STDOUT_FILENO) < 0) return 101;
+        std::istringstream in;
+        std::ostringstream out, err;
+        return runLine("convert " + path("in.txt") + " utf-8 /dev/stdout utf-16le", in, out, err);
+    });
+    close(ends[1]);
+    char buf[64];
+    const ssize_t got = read(ends[0], buf, sizeof buf);
+    close(ends[0]);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(std::string(buf, got > 0 ? static_cast<size_t>(got) : 0), utf16);
+    EXPECT_EQ(entries(), (std::vector<std::string>{"fifo", "in.txt", "p.1.part", "p.2.part"}));
+}
+
 // info shows a link as a link, with its target, and follows it only with -L.
 TEST_F(FatoolTest, InfoShowsLinksAsLinks) {
     writeFile("target.txt", "12345");

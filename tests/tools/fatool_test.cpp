@@ -99,7 +99,7 @@ std::set<std::string> placeholders(const std::string& text) {
 // of its options, is one of its arguments or option values, so the help never talks of an
 // argument that does not exist.
 TEST_F(FatoolTest, HelpNamesOnlyArgumentsThatExist) {
-    const std::set<std::string> words = {"UTC", "BOM", "UTF"};
+    const std::set<std::string> words = {"UTC", "BOM", "UTF", "FIFO"};
     for (const fatool::CommandSpec& c : fatool::commandTable()) {
         std::string known = c.args, texts = c.details;
         for (const fatool::OptionSpec& o : c.options) {
