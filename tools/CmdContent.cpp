@@ -21,29 +21,40 @@ namespace {
 
 constexpr unsigned kConvertBlock = 1u << 20;
 
-// The bytes of a named regular file, read in the scanner's blocks.
+// The bytes of a named file, read in the scanner's blocks: a regular file, or a FIFO or
+// device read as a stream (the scan never seeks).
 class FileBytes : public ByteSource {
   public:
     bool open(const std::string& path, std::string& why) {
         XString p(path.c_str());
         _ovLogger log;
+        if (FileSys::filePathType(p, false, log) == PathType::Other) {
+            int code = 0;
+            m_stream.reset(FileSys::openForReadOnly(p, false, false, code, &log));
+            return m_stream ? true : (why = errorLines(log), false);
+        }
         if (!m_src.openDataSourceFile(p, log)) return why = errorLines(log), false;
         m_src.m_readAhead = false;  // the scanner's blocks are large already
         return true;
     }
-    int64_t size() { return m_src.getFileSize64(nullptr); }
+    // The size, or 0 for a stream (unknown).
+    int64_t size() { return m_stream ? 0 : m_src.getFileSize64(nullptr); }
     bool read(unsigned char* buf, size_t n, size_t& got, std::string& why) override {
         _ovLogger log;
         unsigned count = 0;
-        if (!m_src.readSourcePM(reinterpret_cast<char*>(buf), static_cast<unsigned>(n), count,
-                                nullptr, log))
-            return why = errorLines(log), false;
+        bool eof = false;
+        const bool ok =
+            m_stream ? m_stream->readBytesToBuf32(buf, static_cast<unsigned>(n), count, eof, &log)
+                     : m_src.readSourcePM(reinterpret_cast<char*>(buf), static_cast<unsigned>(n),
+                                          count, nullptr, log);
+        if (!ok) return why = errorLines(log), false;
         got = count;
         return true;
     }
 
   private:
     _ovFileDataSource m_src;
+    std::unique_ptr<OrvaneHandle> m_stream;
 };
 
 // Standard input, streamed as it comes.
@@ -387,7 +398,10 @@ void addContentCommands(std::vector<CommandSpec>& table) {
          "a record by itself. Any other BEGIN is matched exactly, and the END is\n"
          "sought from the byte after BEGIN's first byte. Markers are matched as\n"
          "bytes in CHARSET; records are decoded from it, and one that is not valid\n"
-         "CHARSET text fails the scan after the records before it are printed.",
+         "CHARSET text fails the scan after the records before it are printed. A\n"
+         "byte-order mark is not read: CHARSET alone says how the file is written.\n"
+         "With a tag, FILE may be a pipe, read as it comes; other markers need a\n"
+         "regular file (or -, which is kept in one).",
          3,
          3,
          {{"charset", 'C', "CHARSET", "the file's charset (default: utf-8)"},

@@ -51,7 +51,10 @@ int runInfo(Invocation& inv) {
         XString target;
         if (!fa.SymlinkTarget(path, target)) return inv.failFrom(fa, inv.args[0]);
         inv.ctx.out << "target: " << target.view() << '\n';
-        if (fa.FileType(path) == 0) inv.ctx.out << "dangling: yes\n";
+        // What the link leads to: nothing (dangling), or no end at all (a loop, say).
+        const int leadsTo = fa.FileType(path);
+        if (leadsTo == 0) inv.ctx.out << "dangling: yes\n";
+        if (leadsTo < 0) inv.ctx.out << "unresolvable: " << errorLines(fa) << '\n';
         return kExitOk;
     }
     if (type == 1) {
@@ -153,7 +156,8 @@ void addFileCommands(std::vector<CommandSpec>& table) {
                      "PATH",
                      "Show the type, size and time stamps of a path",
                      "Times are in UTC; 'unavailable' where the file system keeps no such time.\n"
-                     "A symbolic link is shown as a link, with its target.",
+                     "A symbolic link is shown as a link, with its target, and whether it leads\n"
+                     "nowhere (dangling) or cannot be resolved (a loop of links, say).",
                      1,
                      1,
                      {{"dereference", 'L', nullptr, "show what a symbolic link leads to"}},

@@ -38,16 +38,40 @@ TEST_F(FatoolTest, BadUsageAndHelp) {
         {"blockid 0 0", 2, "", {"invalid length '0': expected 1 to 4096"}},
         {"blockid 100 2", 2, "", {"index 100 needs 3 characters, more than the length 2"}},
         {"blockid --number 3 98 2", 2, "", {"index 100 needs 3 characters"}},
-        // --progress belongs to the commands that show progress.
+        // --progress belongs to the commands that show progress, before the command as after.
         {"info --progress @f", 2, "", {"unknown option '--progress'"}},
+        {"--progress info @f", 2, "", {"fatool: info: unknown option '--progress'"}},
+        {"--progress scan -c @f a c", 0, "1\n"},
+        {"-vx info @f", 2, "", {"fatool: info: unknown option '-x'"}},
+        // Sizes and numbers are digits: no blanks, no plus sign.
+        {"split @f +10", 2, "", {"invalid part size '+10'"}},
+        {"block @f 2 +1", 2, "", {"invalid block index '+1'"}},
         {"--version", 0, "fatool ", {}, true},
         {"info --version", 0, "fatool ", {}, true},
         // Help is made from the command table: the list must reach its last entry.
         {"--help", 0, "\n  rmtree ", {}, true},
         {"scan --help", 0, "Usage: fatool scan [OPTIONS] FILE BEGIN END\n", {}, true},
         {"scan -h", 0, "  --progress ", {}, true},
+        // Grouped letters before the command as after it.
+        {"-vh info", 0, "Usage: fatool info [OPTIONS] PATH\n", {}, true},
+        {"-vh", 0, "Usage: fatool [OPTIONS] COMMAND", {}, true},
         {"split --help", 0, "write the parts into DIR, made if missing (default: .)\n", {}, true},
     });
+}
+
+// A size or number is plain digits (a minus sign where negative numbers are allowed): white
+// space and a plus sign, which strtoll would take, are refused.
+TEST(FatoolParse, SizesAndNumbersAreDigitsOnly) {
+    for (const char* bad : {" 10", "\t10", "10 ", "+10", "-1", "0x10", "1 K", "K", ""}) {
+        SCOPED_TRACE(std::string("'") + bad + "'");
+        EXPECT_THROW(fatool::parseSize(bad, "size", 0, 1 << 30), fatool::UsageError);
+        EXPECT_THROW(fatool::parseInt(bad, "number", 0, 1 << 30), fatool::UsageError);
+    }
+    EXPECT_EQ(fatool::parseSize("10", "size", 0, 1 << 30), 10);
+    EXPECT_EQ(fatool::parseSize("2K", "size", 0, 1 << 30), 2048);
+    EXPECT_EQ(fatool::parseInt("-5", "number", -10, 10), -5);
+    EXPECT_THROW(fatool::parseInt(" -5", "number", -10, 10), fatool::UsageError);
+    EXPECT_THROW(fatool::parseInt("--5", "number", -10, 10), fatool::UsageError);
 }
 
 // Values attach to short options, short flags group, and "--" ends the options.

@@ -208,6 +208,32 @@ TEST_F(FatoolTest, ScanFindsEveryRecordOfALargeMixedFile) {
     });
 }
 
+// A byte-order mark at the start is neither required nor read, on either path: the file is
+// read in CHARSET, and the mark is bytes before the first record. Where the mark is CHARSET's
+// own the two paths give the same records; where it is the other byte order's, the file is not
+// in CHARSET and no tag starts on one of its characters.
+TEST_F(FatoolTest, ALeadingByteOrderMarkIsTreatedAsTheLibraryTreatsIt) {
+    const std::string text = "<r><rec>a</rec><rec id=\"1\">b</rec></r>";
+    auto utf16be = [](const std::string& ascii) {
+        std::string out;
+        for (char c : ascii) out += std::string{'\0', c};
+        return out;
+    };
+    writeFile("u8.xml", "\xef\xbb\xbf" + text);
+    writeFile("le.xml", "\xff\xfe" + utf16le(text));
+    writeFile("be.xml", "\xfe\xff" + utf16be(text));
+    const std::string records = "<rec>a</rec>\n<rec id=\"1\">b</rec>\n";
+    runCalls({
+        {"scan -C utf-8 @u8.xml <rec> </rec>", 0, records},
+        {"scan -C utf-8 @u8.xml <rec </rec>", 0, records},
+        {"scan -C utf-16le @le.xml <rec> </rec>", 0, records},
+        {"scan -C utf-16le @le.xml <rec </rec>", 0, records},
+        {"scan -C utf-16be @be.xml <rec> </rec>", 0, records},
+        {"scan -C utf-16be @be.xml <rec </rec>", 0, records},
+        {"scan -c -C utf-16le @be.xml <rec> </rec>", 0, "0\n"},
+    });
+}
+
 }  // namespace
 
 #endif
