@@ -37,6 +37,21 @@ inline size_t lineCount(const std::string& text) {
     return n;
 }
 
+// Makes a directory the current one while it lives, for calls that name relative paths (such
+// as a file called "-"), so that nothing outside the test's directory is ever touched.
+class CurrentDirectory {
+  public:
+    explicit CurrentDirectory(const std::string& dir) : m_before(std::filesystem::current_path()) {
+        std::filesystem::current_path(dir);
+    }
+    ~CurrentDirectory() { std::filesystem::current_path(m_before); }
+    CurrentDirectory(const CurrentDirectory&) = delete;
+    CurrentDirectory& operator=(const CurrentDirectory&) = delete;
+
+  private:
+    std::filesystem::path m_before;
+};
+
 class FatoolTest : public TempDirTest {
   protected:
     // A word of a command line; "@" and "%" also work after an option ("-d@parts").

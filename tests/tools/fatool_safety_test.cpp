@@ -368,6 +368,8 @@ TEST_F(FatoolTest, DashIsStandardInputAndOutput) {
     const std::string lnk = readFile(testDataPath("lnk/xp-arguments.lnk"));
     const std::string args = "Arguments: \"this is the arguments\"\n";
     writeFile("d.bin", "0123456789");
+    // replace - is refused; were it not, the file "-" it rewrote would be the test's own.
+    const fatool_test::CurrentDirectory here(dir());
     runCalls({
         {"scan - <rec> </rec>", 0, "<rec>a</rec>\n<rec id=\"2\">b</rec>\n", {}, false, xml},
         // The library's exact match: "<rec" of <record> is a begin marker that finds no "</rec>".

@@ -5,7 +5,6 @@
 #ifdef FA_HAVE_FATOOL
 
 #include <cctype>
-#include <filesystem>
 #include <map>
 #include <set>
 
@@ -20,15 +19,19 @@ using fatool_test::lineCount;
 // Bad usage exits with 2 and says why; help and version exit with 0.
 TEST_F(FatoolTest, BadUsageAndHelp) {
     writeFile("f", "abc");
+    // Every call that would write names the test's directory (-d @), should a refusal fail.
     runCalls({
         {"", 2, "", {"no command given"}},
         {"frobnicate", 2, "", {"unknown command 'frobnicate'"}},
         {"--bogus info x", 2, "", {"unknown option '--bogus'"}},
         {"copy only-one", 2, "", {"fatool: copy: missing arguments", "Usage: fatool copy"}},
-        {"split @f 12X", 2, "", {"invalid part size '12X'"}},
-        {"split @f 1k", 2, "", {"invalid part size '1k'"}},
+        {"split -d @ @f 12X", 2, "", {"invalid part size '12X'"}},
+        {"split -d @ @f 1k", 2, "", {"invalid part size '1k'"}},
         // Sizes past what the library takes are refused with the range it takes.
-        {"split @f 2G", 2, "", {"expected a byte count from 1 to 2147483647, with an optional K"}},
+        {"split -d @ @f 2G",
+         2,
+         "",
+         {"expected a byte count from 1 to 2147483647, with an optional K"}},
         {"blocks @f 0", 2, "", {"invalid block size '0'"}},
         {"block @f 2 -1", 2, "", {"invalid block index '-1'"}},
         {"encode @f --encoding rot13", 2, "", {"unknown encoding 'rot13'"}},
@@ -44,7 +47,7 @@ TEST_F(FatoolTest, BadUsageAndHelp) {
         {"--progress scan -c @f a c", 0, "1\n"},
         {"-vx info @f", 2, "", {"fatool: info: unknown option '-x'"}},
         // Sizes and numbers are digits: no blanks, no plus sign.
-        {"split @f +10", 2, "", {"invalid part size '+10'"}},
+        {"split -d @ @f +10", 2, "", {"invalid part size '+10'"}},
         {"block @f 2 +1", 2, "", {"invalid block index '+1'"}},
         {"--version", 0, "fatool ", {}, true},
         {"info --version", 0, "fatool ", {}, true},
@@ -224,8 +227,7 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
         {"delete -", "fatool: delete: -: ", "No such file", true},
     };
     // The test's directory is the current one meanwhile, for the relative name "-".
-    const std::string cwd = std::filesystem::current_path().string();
-    std::filesystem::current_path(dir());
+    const fatool_test::CurrentDirectory here(dir());
     for (const Case& c : cases) {
         SCOPED_TRACE(c.line);
         std::string quiet;
@@ -246,7 +248,6 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
             EXPECT_EQ(lineCount(e) > 1, c.logged) << e;
         }
     }
-    std::filesystem::current_path(cwd);
 }
 
 // A record that is not valid text in the charset fails the scan with its number (and, where
