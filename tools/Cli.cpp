@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "fileaccess/ClsFileAccess.h"
+#include "foundation/fs/FileSys.h"
 #include "foundation/text/Charset.h"
 
 namespace fatool {
@@ -20,7 +21,7 @@ constexpr size_t kCopyBlock = 1u << 20;
 const std::vector<OptionSpec>& commonOptions() {
     static const std::vector<OptionSpec> opts = {
         {"help", 'h', nullptr, "show this help and exit"},
-        {"verbose", 'v', nullptr, "print the library's log of every call on standard error"},
+        {"verbose", 'v', nullptr, "print the log of each library call made on standard error"},
         {"version", 0, nullptr, "print the version and exit"},
     };
     return opts;
@@ -29,7 +30,7 @@ const std::vector<OptionSpec>& commonOptions() {
 // Options of the commands that show progress.
 const std::vector<OptionSpec>& progressOptions() {
     static const std::vector<OptionSpec> opts = {
-        {"progress", 0, nullptr, "report progress even when standard error is no terminal"},
+        {"progress", 0, nullptr, "report progress even where none shows by default"},
         {"no-progress", 0, nullptr, "never report progress"},
     };
     return opts;
@@ -60,8 +61,8 @@ void printOptions(std::ostream& os, const std::vector<OptionSpec>& opts) {
 }
 
 void printUsageLine(std::ostream& os, const CommandSpec& c) {
-    os << "Usage: " << kProgram << ' ' << c.name << " [OPTIONS]" << (c.args[0] ? " " : "")
-       << c.args << '\n';
+    os << "Usage: " << kProgram << ' ' << c.name << " [OPTIONS]" << (c.args[0] ? " " : "") << c.args
+       << '\n';
 }
 
 void printCommandHelp(std::ostream& os, const CommandSpec& c) {
@@ -85,6 +86,13 @@ void printProgramHelp(std::ostream& os) {
     printOptions(os, commonOptions());
     os << "\nA FILE given as - is standard input, an output given as - standard output.\n"
        << "Sizes are byte counts with an optional K, M or G (binary multiples).\n"
+       << "Jobs that run longer than half a second show their progress where standard error\n"
+       << "is a terminal, unless what they print goes to that terminal too (--progress).\n"
+       << "With --verbose the library's log of each call is printed; join, convert, copy -\n"
+       << "and the scan of a <tag> do their work in the program itself and print a log\n"
+       << "only where a step of the library fails. Options may come before COMMAND too.\n"
+       << "Stopped by SIGINT, SIGTERM or SIGHUP, a command removes the files it made for\n"
+       << "itself and ends by that signal.\n"
        << "\nExit status: 0 on success, 1 when the operation failed (one line on standard\n"
        << "error says why), 2 on bad usage. compare exits 1 when the files differ and 2 when\n"
        << "they cannot be compared, as cmp does.\n";
@@ -112,9 +120,9 @@ bool applyCommonOption(Context& ctx, const std::string& name) {
     if (name == "verbose")
         ctx.verbose = true;
     else if (name == "progress")
-        ctx.progress = true;
+        ctx.progress = ctx.progressAsked = true;
     else if (name == "no-progress")
-        ctx.progress = false;
+        ctx.progress = ctx.progressAsked = false;
     else
         return false;
     return true;
@@ -201,6 +209,9 @@ int runCommand(const CommandSpec& spec, const std::vector<std::string>& words, C
         printUsageLine(ctx.err, spec);
         ctx.err << "Try '" << kProgram << ' ' << spec.name << " --help' for more.\n";
         return kExitUsage;
+    } catch (const CommandFailure& e) {
+        inv.fail(e.path, e.what());
+        return spec.failureStatus;
     }
 }
 
@@ -223,33 +234,62 @@ Invocation::~Invocation() {
     }
 }
 
+void Invocation::addScratch(const std::string& path) {
+    scratch.push_back(path);
+    scratchOnStop.push_back(std::make_unique<interrupt::OnStop>(
+        [path] { FileSys::deleteFileUtf8(path.c_str(), nullptr); }));
+}
+
 std::string Invocation::get(const std::string& name, const std::string& fallback) const {
     auto it = opts.find(name);
     return it == opts.end() ? fallback : it->second;
 }
 
-std::string Invocation::shown(const std::string& arg) {
+std::string Invocation::inputName(const std::string& arg) {
     return arg == "-" ? "standard input" : arg;
 }
 
-std::string Invocation::inputFile(const std::string& arg) {
+std::string Invocation::outputName(const std::string& arg) {
+    return arg == "-" ? "standard output" : arg;
+}
+
+std::string Invocation::namedIn(const std::string& lines, const std::vector<NamedFile>& files,
+                                const std::string& fallback) {
+    for (const NamedFile& f : files)
+        if (lines.find('"' + f.used + '"') != std::string::npos) return f.shown;
+    return fallback;
+}
+
+std::string Invocation::inputFile(const std::string& arg, const char* suffix) {
     if (arg != "-") return arg;
     ClsFileAccess fa;
     XString dir, prefix("fatool-stdin-"), path;
     if (!fa.GetTempFilename(dir, prefix, path))
-        throw UsageError("cannot keep standard input: " + errorLines(fa));
-    scratch.push_back(path.getUtf8());
-    if (!fa.OpenForWrite(path)) throw UsageError("cannot keep standard input: " + errorLines(fa));
+        throw CommandFailure(inputName(arg), "cannot keep a copy: " + errorLines(fa));
+    addScratch(path.getUtf8());
+    if (!fa.OpenForWrite(path))
+        throw CommandFailure(inputName(arg), "cannot keep a copy: " + errorLines(fa));
     std::vector<char> block(kCopyBlock);
     DataBuffer data;
+    errno = 0;
     while (ctx.in.read(block.data(), static_cast<std::streamsize>(block.size())) ||
            ctx.in.gcount() > 0) {
         data.clear();
         data.append(block.data(), static_cast<unsigned>(ctx.in.gcount()));
-        if (!fa.FileWrite(data)) throw UsageError("cannot keep standard input: " + errorLines(fa));
+        if (!fa.FileWrite(data))
+            throw CommandFailure(inputName(arg), "cannot keep a copy: " + errorLines(fa));
+        errno = 0;
     }
+    // A stream that cannot be read (a directory, a closed descriptor) is no empty input.
+    if (ctx.in.bad()) throw CommandFailure(inputName(arg), readError(errno));
     fa.FileClose();
-    return path.getUtf8();
+    if (!suffix) return path.getUtf8();
+    // Renamed rather than created under the longer name: the unique name is ours alone.
+    XString named((path.getUtf8() + std::string(suffix)).c_str());
+    if (!fa.FileRename(path, named))
+        throw CommandFailure(inputName(arg), "cannot keep a copy: " + errorLines(fa));
+    addScratch(named.getUtf8());
+    return named.getUtf8();
 }
 
 std::string Invocation::seekableInput(const std::string& arg) {
@@ -264,8 +304,10 @@ std::string Invocation::seekableInput(const std::string& arg) {
 }
 
 int Invocation::fail(const std::string& path, const std::string& reason) const {
-    ctx.err << kProgram << ": " << spec.name << ": " << (path.empty() ? "" : shown(path) + ": ")
-            << reason << '\n';
+    // A job stopped by a signal ends by that signal, without a word.
+    if (interrupt::stopRequested()) return kExitFailed;
+    ctx.err << kProgram << ": " << spec.name << ": " << (path.empty() ? "" : path + ": ") << reason
+            << '\n';
     return kExitFailed;
 }
 
@@ -275,6 +317,7 @@ int Invocation::failFrom(ClsBase& obj, const std::string& path) const {
 
 int Invocation::failFromLog(const std::string& lines, const std::string& log,
                             const std::string& path) const {
+    if (interrupt::stopRequested()) return kExitFailed;
     fail(path, lines.empty() ? "failed" : lines);
     showLog(log);
     return kExitFailed;
@@ -296,7 +339,9 @@ std::string logText(ClsBase& obj) {
     return text.getUtf8();
 }
 
-std::string errorLines(ClsBase& obj) { return errorLines(obj.lastErrorLog()); }
+std::string errorLines(ClsBase& obj) {
+    return errorLines(obj.lastErrorLog());
+}
 
 std::string errorLines(const _ovLogger& log) {
     std::string lines;
@@ -309,15 +354,38 @@ std::string errorLines(const _ovLogger& log) {
     return lines;
 }
 
+bool sameRegularFile(const std::string& a, const std::string& b) {
+    XString pa(a.c_str()), pb(b.c_str());
+    FileId ia, ib;
+    bool ea = false, eb = false;
+    return FileSys::regularFileId(pa, ea, ia, nullptr) && ea &&
+           FileSys::regularFileId(pb, eb, ib, nullptr) && eb && ia == ib;
+}
+
+std::string readError(int err) {
+    return err ? std::string("read error: ") + std::strerror(err) : std::string("read error");
+}
+
 std::string counted(int64_t n, const char* singular, const char* plural) {
     return std::to_string(n) + " " + (n == 1 ? singular : plural);
+}
+
+// Whether text is decimal digits, with a minus sign first when `signedOk`: strtoll alone would
+// also take leading white space and a plus sign.
+static bool plainDigits(const std::string& text, bool signedOk) {
+    const size_t first = signedOk && !text.empty() && text[0] == '-' ? 1 : 0;
+    if (text.size() <= first) return false;
+    for (size_t i = first; i < text.size(); ++i)
+        if (text[i] < '0' || text[i] > '9') return false;
+    return true;
 }
 
 int64_t parseInt(const std::string& text, const char* what, int64_t minValue, int64_t maxValue) {
     errno = 0;
     char* end = nullptr;
     long long v = std::strtoll(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || errno == ERANGE || v < minValue || v > maxValue) {
+    if (!plainDigits(text, minValue < 0) || *end != '\0' || errno == ERANGE || v < minValue ||
+        v > maxValue) {
         throw UsageError(std::string("invalid ") + what + " '" + text + "': expected " +
                          rangeText(minValue, maxValue));
     }
@@ -329,18 +397,25 @@ int64_t parseSize(const std::string& text, const char* what, int64_t minValue, i
     int shift = 0;
     if (!digits.empty()) {
         switch (digits.back()) {
-            case 'K': shift = 10; break;
-            case 'M': shift = 20; break;
-            case 'G': shift = 30; break;
-            default: break;
+            case 'K':
+                shift = 10;
+                break;
+            case 'M':
+                shift = 20;
+                break;
+            case 'G':
+                shift = 30;
+                break;
+            default:
+                break;
         }
         if (shift) digits.pop_back();
     }
     errno = 0;
     char* end = nullptr;
     const long long base = std::strtoll(digits.c_str(), &end, 10);
-    const bool number = !digits.empty() && *end == '\0' && errno != ERANGE && base >= 0 &&
-                        base <= (std::numeric_limits<int64_t>::max() >> shift);
+    const bool number = plainDigits(digits, false) && *end == '\0' && errno != ERANGE &&
+                        base >= 0 && base <= (std::numeric_limits<int64_t>::max() >> shift);
     const int64_t v = number ? base << shift : -1;
     if (!number || v < minValue || v > maxValue) {
         throw UsageError(std::string("invalid ") + what + " '" + text +
@@ -364,31 +439,43 @@ void checkEncoding(const std::string& name) {
 
 namespace {
 
-// Parses the words before the command and runs it; `name` receives the command's name.
+// Without a command, only the options every command takes make sense: help and version
+// answer, anything else is bad usage.
+int withoutCommand(const std::vector<std::string>& words, Context& ctx) {
+    bool help = false, version = false;
+    for (const std::string& w : words) {
+        // A long option (its value left out), or a group of short ones.
+        std::vector<const OptionSpec*> named;
+        if (w.rfind("--", 0) == 0)
+            named.push_back(findOption(commonOptions(), w.substr(2, w.find('=') - 2), 0));
+        else
+            for (size_t k = 1; k < w.size(); ++k)
+                named.push_back(findOption(commonOptions(), "", w[k]));
+        for (const OptionSpec* o : named) {
+            if (!o) {
+                ctx.err << kProgram << ": unknown option '" << w << "'\n"
+                        << "Try '" << kProgram << " --help' for more.\n";
+                return kExitUsage;
+            }
+            help = help || std::string(o->name) == "help";
+            version = version || std::string(o->name) == "version";
+        }
+    }
+    if (help) printProgramHelp(ctx.out);
+    if (version && !help) ctx.out << kProgram << ' ' << ClsBase::libraryVersion() << '\n';
+    if (help || version) return kExitOk;
+    ctx.err << kProgram << ": no command given\nTry '" << kProgram << " --help' for more.\n";
+    return kExitUsage;
+}
+
+// Runs the command named on the command line; `name` receives its name. Options before the
+// command are its own, parsed as if they followed it, so they mean there what they mean after
+// it (and a command without --progress refuses it in both places).
 int dispatch(int argc, const char* const* argv, Context& ctx, std::string& name) {
     int i = 1;
-    // Options before the command name apply to it as well.
-    for (; i < argc && argv[i][0] == '-' && argv[i][1] != '\0'; ++i) {
-        std::string w = argv[i];
-        if (w == "--help" || w == "-h") {
-            printProgramHelp(ctx.out);
-            return kExitOk;
-        }
-        if (w == "--version") {
-            ctx.out << kProgram << ' ' << ClsBase::libraryVersion() << '\n';
-            return kExitOk;
-        }
-        if (w == "-v") w = "--verbose";
-        if (w.rfind("--", 0) != 0 || !applyCommonOption(ctx, w.substr(2))) {
-            ctx.err << kProgram << ": unknown option '" << argv[i] << "'\n"
-                    << "Try '" << kProgram << " --help' for more.\n";
-            return kExitUsage;
-        }
-    }
-    if (i >= argc) {
-        ctx.err << kProgram << ": no command given\nTry '" << kProgram << " --help' for more.\n";
-        return kExitUsage;
-    }
+    std::vector<std::string> words;
+    for (; i < argc && argv[i][0] == '-' && argv[i][1] != '\0'; ++i) words.push_back(argv[i]);
+    if (i >= argc) return withoutCommand(words, ctx);
     const CommandSpec* spec = findCommand(argv[i]);
     if (!spec) {
         ctx.err << kProgram << ": unknown command '" << argv[i] << "'\n"
@@ -396,23 +483,80 @@ int dispatch(int argc, const char* const* argv, Context& ctx, std::string& name)
         return kExitUsage;
     }
     name = spec->name;
-    return runCommand(*spec, std::vector<std::string>(argv + i + 1, argv + argc), ctx);
+    words.insert(words.end(), argv + i + 1, argv + argc);
+    return runCommand(*spec, words, ctx);
 }
+
+// Stands between the commands and standard output, and keeps the reason (errno) of the first
+// write that failed: by the time the failure is reported, errno tells of later calls.
+class KeepsWriteError : public std::streambuf {
+  public:
+    explicit KeepsWriteError(std::streambuf* to) : m_to(to) { setp(m_buf, m_buf + sizeof m_buf); }
+    std::streambuf* target() const { return m_to; }
+    // The reason of the first failed write, or "" when none failed.
+    std::string reason() const {
+        if (!m_failed) return "";
+        return m_error ? std::strerror(m_error) : "the output was not written in full";
+    }
+
+  protected:
+    int_type overflow(int_type c) override {
+        if (!drain()) return traits_type::eof();
+        if (!traits_type::eq_int_type(c, traits_type::eof())) {
+            *pptr() = traits_type::to_char_type(c);
+            pbump(1);
+        }
+        return traits_type::not_eof(c);
+    }
+    int sync() override {
+        if (!drain()) return -1;
+        errno = 0;
+        if (m_to->pubsync() == 0) return 0;
+        noteFailure();
+        return -1;
+    }
+
+  private:
+    bool drain() {
+        const std::streamsize n = pptr() - pbase();
+        errno = 0;
+        if (n > 0 && m_to->sputn(pbase(), n) != n) return noteFailure(), false;
+        setp(m_buf, m_buf + sizeof m_buf);
+        return true;
+    }
+    void noteFailure() {
+        if (m_failed) return;
+        m_failed = true;
+        m_error = errno;
+    }
+
+    std::streambuf* m_to;
+    char m_buf[1 << 16];
+    bool m_failed = false;
+    int m_error = 0;
+};
 
 }  // namespace
 
 int run(int argc, const char* const* argv, Context& ctx) {
+    KeepsWriteError out(ctx.out.rdbuf());
+    ctx.out.rdbuf(&out);
     std::string name;
     int status = dispatch(argc, argv, ctx, name);
+    // A job stopped by a signal has wound down and removed what it made: the program ends by
+    // that signal.
+    interrupt::stopIfRequested();
     // What was printed must have arrived: a full disk or a closed pipe is a failure.
-    errno = 0;
     ctx.out.flush();
-    if (!ctx.out) {
-        const int err = errno;
+    const bool failed = !ctx.out;
+    ctx.out.rdbuf(out.target());
+    if (failed) {
+        const std::string reason = out.reason();
         ctx.err << kProgram << ": " << (name.empty() ? "" : name + ": ")
-                << "standard output: write error"
-                << (err ? std::string(": ") + std::strerror(err) : std::string()) << '\n';
-        status = kExitFailed;
+                << "standard output: write error: "
+                << (reason.empty() ? "the output was not written in full" : reason) << '\n';
+        const CommandSpec* spec = name.empty() ? nullptr : findCommand(name);
+        status = spec ? spec->failureStatus : kExitFailed;
     }
     return status;
 }

@@ -12,10 +12,13 @@
 #include <cstdint>
 #include <istream>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "Interrupt.h"
 
 class ClsBase;
 class XString;
@@ -36,12 +39,25 @@ struct Context {
     bool progress = false;
     // How long a job runs before its progress shows (seconds).
     double progressDelay = 0.5;
+    // Whether `out` is a terminal, where a progress line would run into what is printed.
+    bool outTerminal = false;
+    // Whether --progress asked for progress (rather than a terminal on `err`).
+    bool progressAsked = false;
 };
 
 // Thrown by a command that finds its arguments unusable; run() prints it with the usage line.
 class UsageError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
+};
+
+// Thrown where a command cannot go on (standard input cannot be read, say); run() prints it as
+// the command's one-line failure about `path`.
+class CommandFailure : public std::runtime_error {
+  public:
+    CommandFailure(std::string failedPath, const std::string& reason)
+        : std::runtime_error(reason), path(std::move(failedPath)) {}
+    const std::string path;
 };
 
 struct OptionSpec {
@@ -64,6 +80,8 @@ struct CommandSpec {
     std::vector<OptionSpec> options;
     CommandFn run;
     bool showsProgress = false;  // offers --progress and --no-progress
+    // The exit status of a failure: 1, or 2 where 1 is an answer (compare, as cmp).
+    int failureStatus = kExitFailed;
 };
 
 struct Invocation {
@@ -71,8 +89,10 @@ struct Invocation {
     const CommandSpec& spec;
     std::vector<std::string> args;
     std::map<std::string, std::string> opts;
-    // Files made for the call (standard input copied to a file); removed when it ends.
+    // Files made for the call (standard input copied to a file); removed when it ends, or
+    // when a signal stops the program.
     std::vector<std::string> scratch;
+    std::vector<std::unique_ptr<interrupt::OnStop>> scratchOnStop;
 
     Invocation(Context& c, const CommandSpec& s) : ctx(c), spec(s) {}
     ~Invocation();
@@ -83,16 +103,30 @@ struct Invocation {
     std::string get(const std::string& name, const std::string& fallback) const;
 
     // A file to read for the argument: "-" is standard input, copied to a private file first
-    // (the library works on files that can be read more than once). Throws UsageError when
-    // standard input cannot be copied.
-    std::string inputFile(const std::string& arg);
+    // (the library works on files that can be read more than once), whose name ends in
+    // `suffix` when one is given. Throws CommandFailure when standard input cannot be read or
+    // copied.
+    std::string inputFile(const std::string& arg, const char* suffix = nullptr);
     // A file for a command that seeks in it: as inputFile, except that a pipe, socket or
     // device is refused with one line (and "" returned), since it cannot be read twice.
     std::string seekableInput(const std::string& arg);
-    // How a path is named in messages ("-" is standard input).
-    static std::string shown(const std::string& arg);
+    // Keeps a file made for the call as scratch (see `scratch`).
+    void addScratch(const std::string& path);
+    // How an argument is named in messages where "-" stands for standard input, or output;
+    // elsewhere "-" is a file's name and shown as it is.
+    static std::string inputName(const std::string& arg);
+    static std::string outputName(const std::string& arg);
+    // A file a library call was given: the path it used, and how messages name it.
+    struct NamedFile {
+        std::string used, shown;
+    };
+    // The file whose path the error lines quote ("open \"p\" failed"), as messages name it;
+    // `fallback` when they quote none.
+    static std::string namedIn(const std::string& lines, const std::vector<NamedFile>& files,
+                               const std::string& fallback);
 
-    // The one-line failure report: "fatool: COMMAND: PATH: reason" (no PATH when empty).
+    // The one-line failure report: "fatool: COMMAND: PATH: reason" (no PATH when empty). The
+    // path is shown as given: callers name standard input and output (inputName()).
     int fail(const std::string& path, const std::string& reason) const;
     // A failure whose reason is what the library's log says went wrong (its error lines);
     // with --verbose the whole log follows.
@@ -116,6 +150,11 @@ void checkEncoding(const std::string& name);
 std::string logText(ClsBase& obj);
 std::string errorLines(ClsBase& obj);
 std::string errorLines(const _ovLogger& log);
+// Whether the two paths reach one existing regular file (by device and inode, whatever the
+// names, links or hard links): such a pair cannot be one command's input and output.
+bool sameRegularFile(const std::string& a, const std::string& b);
+// "read error: " and the system's reason for errno `err` ("read error" when it is 0).
+std::string readError(int err);
 // "1 part", "2 parts".
 std::string counted(int64_t n, const char* singular, const char* plural);
 
@@ -128,5 +167,9 @@ const std::vector<CommandSpec>& commandTable();
 
 // Runs the program on argv (argv[0] is the program's name) and returns its exit status.
 int run(int argc, const char* const* argv, Context& ctx);
+// The whole process, as main() runs it: signals taken (Interrupt.h), closed standard
+// descriptors kept from being reused (a closed standard input reads as an error), the
+// terminals found, then run() on the standard streams.
+int runProcess(int argc, const char* const* argv);
 
 }  // namespace fatool

@@ -1,9 +1,13 @@
-// Whole-file jobs: split, join, compare and replace.
+// Whole-file jobs: join, compare and replace (split has a file of its own).
+#include <algorithm>
 #include <fstream>
 #include <memory>
 #include <new>
 
 #include "Cli.h"
+#include "Interrupt.h"
+#include "Output.h"
+#include "Parts.h"
 #include "Progress.h"
 #include "fileaccess/ClsFileAccess.h"
 #include "foundation/fs/DataSource.h"
@@ -13,156 +17,14 @@ namespace fatool {
 
 namespace {
 
-const char* const kDefaultExt = "part";
-constexpr unsigned kJoinBlock = 1u << 20;
-
-std::string fileNameOf(const std::string& path) {
-    size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-std::string trimmed(const std::string& s) {
-    const char* ws = " \t\r\n\v\f";
-    size_t b = s.find_first_not_of(ws);
-    if (b == std::string::npos) return "";
-    return s.substr(b, s.find_last_not_of(ws) - b + 1);
-}
-
-// Where the library puts part `n` of a split set: the program reads and checks the parts
-// under the names the library gives them.
-std::string partPath(const std::string& dir, const std::string& prefix, const std::string& ext,
-                     int64_t n) {
-    std::string e = ext;
-    if (!e.empty() && e[0] == '.') e.erase(0, 1);
-    std::string name = trimmed(prefix) + std::to_string(n) + "." + trimmed(e);
-    if (dir.empty()) return name;
-    return dir.back() == '/' ? dir + name : dir + "/" + name;
-}
-
-int64_t sizeOf(ClsFileAccess& fa, const std::string& path) {
-    XString p(path.c_str());
-    return fa.FileSize64(p);
-}
-
-bool isFile(ClsFileAccess& fa, const std::string& path) {
-    XString p(path.c_str());
-    return fa.FileType(p) == 1;
-}
-
-// Part names of a split or join: directory, prefix and extension, from options or defaults.
-struct PartNaming {
-    std::string dir, prefix, ext;
-    std::string part(int64_t n) const { return partPath(dir, prefix, ext, n); }
-};
-
-PartNaming partNaming(const Invocation& inv, const std::string& nameSource) {
-    return {inv.get("dir", "."), inv.get("prefix", fileNameOf(nameSource) + "."),
-            inv.get("ext", kDefaultExt)};
-}
-
-std::vector<OptionSpec> partOptions(const char* dirHelp) {
-    return {{"dir", 'd', "DIR", dirHelp},
-            {"prefix", 'P', "PREFIX", "part names start with PREFIX (default: NAME and a dot)"},
-            {"ext", 'x', "EXT", "part names end in .EXT (default: part)"}};
-}
-
-// The number of parts 1, 2, ... that exist, up to the first missing one.
-int64_t partsPresent(ClsFileAccess& fa, const PartNaming& naming) {
-    int64_t n = 0;
-    while (isFile(fa, naming.part(n + 1))) ++n;
-    return n;
-}
-
-// Counts the bytes that have reached the part files so far: parts before the newest are full.
-class SplitWatcher {
-  public:
-    SplitWatcher(PartNaming naming, int64_t partSize)
-        : m_naming(std::move(naming)), m_partSize(partSize) {}
-    int64_t bytesWritten() {
-        while (isFile(m_probe, m_naming.part(m_part + 1))) ++m_part;
-        if (m_part == 0) return 0;
-        return (m_part - 1) * m_partSize + sizeOf(m_probe, m_naming.part(m_part));
-    }
-
-  private:
-    PartNaming m_naming;
-    int64_t m_partSize;
-    int64_t m_part = 0;
-    ClsFileAccess m_probe;
-};
-
-// The parts the last call logged as written.
-std::vector<std::string> partsWritten(const ClsFileAccess& fa) {
-    std::vector<std::string> parts;
-    for (const LogEntry& e : fa.lastErrorLog().entries())
-        if (e.kind == LogKind::Data && e.name == "nextPartPath") parts.push_back(e.text);
-    return parts;
-}
-
-// A destination holding parts of the same names (an earlier split's) is refused: join would
-// glue stale ones on. --force removes them first.
-int clearStaleParts(Invocation& inv, ClsFileAccess& fa, const PartNaming& naming) {
-    const int64_t stale = partsPresent(fa, naming);
-    if (stale == 0) return kExitOk;
-    if (!inv.has("force")) {
-        return inv.fail(naming.part(1), "already there, with " + counted(stale, "part", "parts") +
-                                            " of an earlier split (--force removes them)");
-    }
-    for (int64_t n = 1; n <= stale; ++n) {
-        XString p(naming.part(n).c_str());
-        if (!fa.FileDelete(p)) return inv.failFrom(fa, naming.part(n));
-    }
-    return kExitOk;
-}
-
-int runSplit(Invocation& inv) {
-    const int64_t partSize = parseSize(inv.args[1], "part size", 1, 0x7fffffff);
-    const std::string file = inv.inputFile(inv.args[0]);
-    const PartNaming naming = partNaming(inv, inv.args[0] == "-" ? "stdin" : inv.args[0]);
-
-    ClsFileAccess fa;
-    fa.put_VerboseLogging(inv.ctx.verbose);
-    XString dir(naming.dir.c_str());
-    if (!fa.DirEnsureExists(dir)) return inv.failFrom(fa, naming.dir);
-    if (int status = clearStaleParts(inv, fa, naming)) return status;
-    const int64_t total = sizeOf(fa, file);
-    Progress progress(inv.ctx, "split");
-    auto watcher = std::make_shared<SplitWatcher>(naming, partSize);
-    progress.startPolling([watcher, total] { return fraction(watcher->bytesWritten(), total); });
-
-    XString path(file.c_str()), prefix(naming.prefix.c_str()), ext(naming.ext.c_str());
-    const bool ok = fa.SplitFile(path, prefix, ext, static_cast<int>(partSize), dir);
-    progress.finish();
-    const std::vector<std::string> parts = partsWritten(fa);
-    if (!ok) {
-        // All the parts or none: what this call wrote goes again.
-        const int status = inv.failFrom(fa, inv.args[0]);
-        ClsFileAccess cleaner;
-        for (const std::string& p : parts) {
-            XString part(p.c_str());
-            cleaner.FileDelete(part);
-        }
-        return status;
-    }
-    for (const std::string& p : parts) inv.ctx.out << p << '\n';
-    inv.showLog(fa);
-    return kExitOk;
-}
-
-// Writes the parts one after another through `emit`; false (errno set) when one cannot be read.
-bool emitParts(const PartNaming& naming, int64_t parts, const FileSys::Emit& emit,
-               std::string& why) {
-    std::unique_ptr<char[]> block(new (std::nothrow) char[kJoinBlock]);
-    if (!block) return errno = ENOMEM, false;
+// Writes the parts one after another through `emit`; false when one cannot be read (the
+// reason in `why`, the part in `failedPart`), when emit fails, or on a stop request.
+bool emitParts(const PartNaming& naming, int64_t parts, const FileSys::Emit& emit, std::string& why,
+               std::string& failedPart) {
     for (int64_t n = 1; n <= parts; ++n) {
-        _ovFileDataSource src;
-        _ovLogger log;
-        XString path(naming.part(n).c_str());
-        if (!src.openDataSourceFile(path, log)) return why = errorLines(log), errno = EIO, false;
-        for (unsigned got = kJoinBlock; got == kJoinBlock;) {
-            if (!src.readSourcePM(block.get(), kJoinBlock, got, nullptr, log))
-                return why = errorLines(log), errno = EIO, false;
-            if (!emit(reinterpret_cast<const unsigned char*>(block.get()), got)) return false;
+        if (!emitFileBytes(naming.part(n), emit, why)) {
+            if (!why.empty()) failedPart = naming.part(n);
+            return false;
         }
     }
     return true;
@@ -173,53 +35,53 @@ bool emitParts(const PartNaming& naming, int64_t parts, const FileSys::Emit& emi
 int runJoin(Invocation& inv) {
     const PartNaming naming = partNaming(inv, inv.args[0]);
     const std::string& outFile = inv.args[1];
-    ClsFileAccess fa;
-    fa.put_VerboseLogging(inv.ctx.verbose);
-    const int64_t parts = partsPresent(fa, naming);
+    const int64_t parts = naming.presentFromOne();
     if (parts == 0) return inv.fail(naming.part(1), "no such part (the first of the set)");
     int64_t total = 0;
     FileId outId;
     bool outExists = false;
     _ovLogger idLog;
     XString outPath(outFile.c_str());
-    if (outFile != "-" && !FileSys::regularFileId(outPath, outExists, outId, &idLog))
+    // Only a file can be one of the parts; a stream is written as it is.
+    if (outputKind(outFile) == OutputKind::File &&
+        !FileSys::regularFileId(outPath, outExists, outId, &idLog))
         return inv.failFromLog(errorLines(idLog), idLog.text(), outFile);
     for (int64_t n = 1; n <= parts; ++n) {
-        total += sizeOf(fa, naming.part(n));
+        total += std::max<int64_t>(0, fileSize(naming.part(n)));
         FileId id;
         bool exists = false;
         XString p(naming.part(n).c_str());
         if (outExists && FileSys::regularFileId(p, exists, id, nullptr) && exists && id == outId)
             return inv.fail(outFile, "is part " + std::to_string(n) + " of the set it would join");
     }
-    Progress progress(inv.ctx, "join");
+    Progress progress(inv.ctx, "join", outFile == "-");
     int64_t done = 0;
-    std::string why;
+    std::string why, failedPart;
     const FileSys::Emit count = [&](const unsigned char*, size_t n) {
         done += static_cast<int64_t>(n);
         progress.update(fraction(done, total));
         return true;
     };
     _ovLogger log;
-    bool ok;
-    if (outFile == "-") {
-        ok = emitParts(naming, parts, [&](const unsigned char* p, size_t n) {
-            inv.ctx.out.write(reinterpret_cast<const char*>(p), static_cast<std::streamsize>(n));
-            return count(p, n) && inv.ctx.out.good();
-        }, why);
-    } else {
-        ok = FileSys::writeFileStreamUtf8(
-            outFile.c_str(),
-            [&](const FileSys::Emit& emit) {
-                return emitParts(naming, parts, [&](const unsigned char* p, size_t n) {
+    log.m_verboseLogging = inv.ctx.verbose;
+    const bool ok = writeOutput(
+        inv.ctx, outFile,
+        [&](const FileSys::Emit& emit) {
+            return emitParts(
+                naming, parts,
+                [&](const unsigned char* p, size_t n) {
+                    progress.beforeOutput();  // the joined bytes may share its terminal
                     return count(p, n) && emit(p, n);
-                }, why);
-            },
-            &log);
-    }
+                },
+                why, failedPart);
+        },
+        log);
     progress.finish();
-    if (!ok && outFile == "-" && why.empty()) return kExitFailed;  // run() reports the write error
-    if (!ok) return inv.failFromLog(why.empty() ? errorLines(log) : why, log.text(), outFile);
+    // A part that cannot be read is named; a failed write names OUTFILE (run() reports the
+    // failed writes to standard output).
+    if (!ok && !why.empty()) return inv.failFromLog(why, log.text(), failedPart);
+    if (!ok && outFile == "-") return kExitFailed;
+    if (!ok) return inv.failFromLog(errorLines(log), log.text(), outFile);
     if (outFile != "-")
         inv.ctx.out << "joined " << counted(parts, "part", "parts") << " ("
                     << counted(total, "byte", "bytes") << ") into " << outFile << '\n';
@@ -247,10 +109,15 @@ bool logHasErrors(const ClsBase& obj) {
 
 // As cmp: 0 identical, 1 different, 2 when the files cannot be compared.
 int runCompare(Invocation& inv) {
+    // A stream is the same as itself, and could not be read a second time anyway.
+    if (inv.args[0] == "-" && inv.args[1] == "-") {
+        inv.ctx.out << "identical\n";
+        return kExitOk;
+    }
     const std::string a = inv.inputFile(inv.args[0]), b = inv.inputFile(inv.args[1]);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    int64_t size = sizeOf(fa, a);
+    const int64_t size = fileSize(a);
     Progress progress(inv.ctx, "compare");
     int64_t readBefore = bytesReadByProcess();
     progress.startPolling([readBefore, size] {
@@ -263,7 +130,11 @@ int runCompare(Invocation& inv) {
     progress.finish();
     // A false answer is either a difference or a failure to read; only a failure logs an error.
     if (!same && logHasErrors(fa)) {
-        inv.failFrom(fa, "");
+        const std::string lines = errorLines(fa);
+        inv.failFromLog(
+            lines, logText(fa),
+            Invocation::namedIn(
+                lines, {{a, inv.inputName(inv.args[0])}, {b, inv.inputName(inv.args[1])}}, ""));
         return kExitUsage;
     }
     inv.ctx.out << (same ? "identical" : "different") << '\n';
@@ -290,30 +161,29 @@ int runReplace(Invocation& inv) {
 }  // namespace
 
 void addBigFileCommands(std::vector<CommandSpec>& table) {
-    std::vector<OptionSpec> splitOptions = partOptions("write the parts into DIR, made if missing");
-    splitOptions.push_back({"force", 'f', nullptr, "remove parts of an earlier split first"});
-    table.push_back({"split", "FILE PART_SIZE", "Cut a file into numbered part files",
-                     "PART_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G.\n"
-                     "The parts are PREFIX1.EXT, PREFIX2.EXT, ...; each part written is printed.\n"
-                     "Parts of an earlier split under the same names are refused (see --force).\n"
-                     "If the split fails, the parts it wrote are removed.",
-                     2, 2, splitOptions, runSplit, true});
+    table.push_back(splitCommand());
     table.push_back({"join", "NAME OUTFILE", "Join the part files of a split back into one file",
                      "NAME is the name of the file that was split: the parts are NAME.1.part,\n"
                      "NAME.2.part, ... (or as --prefix and --ext say), taken in order from\n"
                      "part 1 up to the first one missing. OUTFILE is written whole or not at\n"
-                     "all; - writes the joined bytes to standard output.",
-                     2, 2, partOptions("read the parts from DIR (default: .)"), runJoin, true});
+                     "all; - writes the joined bytes to standard output, and an OUTFILE that is\n"
+                     "no regular file (a FIFO, /dev/stdout) is written as a stream.",
+                     2, 2,
+                     partOptions("read the parts from DIR (default: .)",
+                                 "part names start with PREFIX (default: NAME and a dot)"),
+                     runJoin, true});
     table.push_back({"compare",
                      "FILE1 FILE2",
                      "Compare two files byte for byte",
                      "Prints 'identical' (exit status 0) or 'different' (exit status 1); exit\n"
-                     "status 2 when they cannot be compared, as with cmp.",
+                     "status 2 when they cannot be compared or the answer cannot be written, as\n"
+                     "with cmp. Standard input (- -) is identical to itself.",
                      2,
                      2,
                      {},
                      runCompare,
-                     true});
+                     true,
+                     kExitUsage});
     table.push_back({"replace",
                      "FILE FIND REPLACEMENT",
                      "Replace every occurrence of a string inside a file",

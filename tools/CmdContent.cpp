@@ -1,9 +1,12 @@
 // Jobs on a file's contents: record scan, blocks, shortcut files, encodings and charsets.
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <new>
 
 #include "Cli.h"
+#include "Interrupt.h"
+#include "Output.h"
 #include "Progress.h"
 #include "TagScan.h"
 #include "fileaccess/ClsFileAccess.h"
@@ -18,29 +21,40 @@ namespace {
 
 constexpr unsigned kConvertBlock = 1u << 20;
 
-// The bytes of a named regular file, read in the scanner's blocks.
+// The bytes of a named file, read in the scanner's blocks: a regular file, or a FIFO or
+// device read as a stream (the scan never seeks).
 class FileBytes : public ByteSource {
   public:
     bool open(const std::string& path, std::string& why) {
         XString p(path.c_str());
         _ovLogger log;
+        if (FileSys::filePathType(p, false, log) == PathType::Other) {
+            int code = 0;
+            m_stream.reset(FileSys::openForReadOnly(p, false, false, code, &log));
+            return m_stream ? true : (why = errorLines(log), false);
+        }
         if (!m_src.openDataSourceFile(p, log)) return why = errorLines(log), false;
         m_src.m_readAhead = false;  // the scanner's blocks are large already
         return true;
     }
-    int64_t size() { return m_src.getFileSize64(nullptr); }
+    // The size, or 0 for a stream (unknown).
+    int64_t size() { return m_stream ? 0 : m_src.getFileSize64(nullptr); }
     bool read(unsigned char* buf, size_t n, size_t& got, std::string& why) override {
         _ovLogger log;
         unsigned count = 0;
-        if (!m_src.readSourcePM(reinterpret_cast<char*>(buf), static_cast<unsigned>(n), count,
-                                nullptr, log))
-            return why = errorLines(log), false;
+        bool eof = false;
+        const bool ok =
+            m_stream ? m_stream->readBytesToBuf32(buf, static_cast<unsigned>(n), count, eof, &log)
+                     : m_src.readSourcePM(reinterpret_cast<char*>(buf), static_cast<unsigned>(n),
+                                          count, nullptr, log);
+        if (!ok) return why = errorLines(log), false;
         got = count;
         return true;
     }
 
   private:
     _ovFileDataSource m_src;
+    std::unique_ptr<OrvaneHandle> m_stream;
 };
 
 // Standard input, streamed as it comes.
@@ -48,9 +62,10 @@ class StreamBytes : public ByteSource {
   public:
     explicit StreamBytes(std::istream& in) : m_in(in) {}
     bool read(unsigned char* buf, size_t n, size_t& got, std::string& why) override {
+        errno = 0;
         m_in.read(reinterpret_cast<char*>(buf), static_cast<std::streamsize>(n));
         got = static_cast<size_t>(m_in.gcount());
-        if (m_in.bad()) return why = "read error", false;
+        if (m_in.bad()) return why = readError(errno), false;
         return true;
     }
 
@@ -67,23 +82,28 @@ class RecordSink {
           m_countOnly(inv.has("count")),
           m_limit(limit),
           m_total(total),
-          m_progress(inv.ctx, "scan") {}
+          m_progress(inv.ctx, "scan", !m_countOnly) {}
 
     // Whether there is room for a record: false once the limit is reached.
     bool wantsMore() const { return m_limit < 0 || m_count < m_limit; }
     // Takes a record; false when the scan should stop.
     bool take(const XString& record, int64_t position) {
         ++m_count;
-        if (!m_countOnly) m_inv.ctx.out << record.view() << '\n';
+        if (!m_countOnly) {
+            m_progress.beforeOutput();
+            m_inv.ctx.out << record.view() << '\n';
+        }
         if (m_progress.active())
             m_progress.update(counted(m_count, "record", "records") + ", " +
                               fraction(position, m_total));
         return m_inv.ctx.out.good() && wantsMore();
     }
-    void finish() {
+    // Ends the scan; the count is printed only for a scan that went through.
+    void finish(bool ok) {
         m_progress.finish();
-        if (m_countOnly) m_inv.ctx.out << m_count << '\n';
+        if (ok && m_countOnly) m_inv.ctx.out << m_count << '\n';
     }
+    int64_t count() const { return m_count; }
 
   private:
     Invocation& m_inv;
@@ -102,14 +122,17 @@ int scanTags(Invocation& inv, const std::string& charset, int64_t limit) {
     FileBytes file;
     StreamBytes input(inv.ctx.in);
     const bool fromStdin = inv.args[0] == "-";
-    if (!fromStdin && !file.open(inv.args[0], why)) return inv.fail(inv.args[0], why);
+    const std::string name = inv.inputName(inv.args[0]);
+    if (!fromStdin && !file.open(inv.args[0], why)) return inv.fail(name, why);
     ByteSource& source = fromStdin ? static_cast<ByteSource&>(input) : file;
     RecordSink sink(inv, limit, fromStdin ? 0 : file.size());
-    bool ok = !sink.wantsMore() || scanner.scan(source, [&](const XString& record) {
-        return sink.take(record, scanner.bytesRead());
-    }, why);
-    sink.finish();
-    return ok ? kExitOk : inv.fail(inv.args[0], why);
+    bool ok =
+        !sink.wantsMore() ||
+        scanner.scan(
+            source, [&](const XString& record) { return sink.take(record, scanner.bytesRead()); },
+            why);
+    sink.finish(ok);
+    return ok ? kExitOk : inv.fail(name, why);
 }
 
 // Other markers: the library's scanner, which reads a file (standard input is kept in one).
@@ -123,18 +146,24 @@ int scanMarkers(Invocation& inv, const std::string& charset, int64_t limit) {
     XString path(file.c_str()), begin(inv.args[1].c_str()), end(inv.args[2].c_str()),
         cs(charset.c_str());
     const int64_t total = fa.FileSize64(path);
-    if (!fa.OpenForRead(path)) return inv.failFrom(fa, inv.args[0]);
+    if (!fa.OpenForRead(path)) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     RecordSink sink(inv, limit, total);
     int64_t bytes = 0;
     int rc = 0;
+    bool invalid = false;
     if (sink.wantsMore()) {
         rc = fa.ScanFragments(true, 0, begin, end, cs, [&](const XString& record) {
+            // A record holds its markers: one handed over empty could not be decoded.
+            if (record.isEmpty()) return invalid = true, false;
             bytes += record.getSizeUtf8();
             return sink.take(record, bytes);
         });
     }
-    sink.finish();
-    if (rc < 0) return inv.failFrom(fa, inv.args[0]);
+    sink.finish(rc >= 0 && !invalid);
+    if (invalid)
+        return inv.fail(inv.inputName(inv.args[0]), "record " + std::to_string(sink.count() + 1) +
+                                                        " is not valid " + charset + " text");
+    if (rc < 0) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     inv.showLog(fa);
     return kExitOk;
 }
@@ -156,7 +185,7 @@ bool openForBlocks(Invocation& inv, ClsFileAccess& fa) {
     if (file.empty()) return false;
     XString path(file.c_str());
     if (fa.OpenForRead(path)) return true;
-    inv.failFrom(fa, inv.args[0]);
+    inv.failFrom(fa, inv.inputName(inv.args[0]));
     return false;
 }
 
@@ -165,7 +194,7 @@ int runBlocks(Invocation& inv) {
     ClsFileAccess fa;
     if (!openForBlocks(inv, fa)) return kExitFailed;
     const int n = fa.GetNumBlocks(blockSize);
-    if (n < 0) return inv.failFrom(fa, inv.args[0]);
+    if (n < 0) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     inv.ctx.out << n << '\n';
     inv.showLog(fa);
     return kExitOk;
@@ -179,7 +208,7 @@ int runBlock(Invocation& inv) {
     ClsFileAccess fa;
     if (!openForBlocks(inv, fa)) return kExitFailed;
     DataBuffer block;
-    if (!fa.ReadBlock(index, blockSize, block)) return inv.failFrom(fa, inv.args[0]);
+    if (!fa.ReadBlock(index, blockSize, block)) return inv.failFrom(fa, inv.inputName(inv.args[0]));
     if (encoding.empty()) {
         inv.ctx.out.write(reinterpret_cast<const char*>(block.getData2()), block.getSize());
     } else {
@@ -192,7 +221,9 @@ int runBlock(Invocation& inv) {
 }
 
 int runShortcut(Invocation& inv) {
-    XString path(inv.inputFile(inv.args[0]).c_str());
+    // The library reads NAME.lnk for a NAME without the extension: so is the copy of standard
+    // input named.
+    XString path(inv.inputFile(inv.args[0], ".lnk").c_str());
     _ovLogger log;
     log.m_verboseLogging = inv.ctx.verbose;
     if (inv.has("check")) {
@@ -206,7 +237,7 @@ int runShortcut(Invocation& inv) {
     if (!ClsFileAccess::readShortcut(path, info, log)) {
         const std::string lines = errorLines(log);
         return inv.failFromLog(lines.empty() ? "not a readable shortcut (.lnk) file" : lines,
-                               log.text(), inv.args[0]);
+                               log.text(), inv.inputName(inv.args[0]));
     }
     inv.ctx.out << "name: " << info.name.view() << '\n'
                 << "relativePath: " << info.relativePath.view() << '\n'
@@ -223,7 +254,8 @@ int runEncode(Invocation& inv) {
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
     XString path(inv.inputFile(inv.args[0]).c_str()), enc(encoding.c_str()), out;
-    if (!fa.ReadBinaryToEncoded(path, enc, out)) return inv.failFrom(fa, inv.args[0]);
+    if (!fa.ReadBinaryToEncoded(path, enc, out))
+        return inv.failFrom(fa, inv.inputName(inv.args[0]));
     inv.ctx.out << out.view() << '\n';
     inv.showLog(fa);
     return kExitOk;
@@ -288,8 +320,8 @@ class Recoder {
         if (mark && !emit(mark, markLen)) return false;
         for (bool first = true, last = false; !last; first = false) {
             unsigned got = 0;
-            if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kConvertBlock, got,
-                                  nullptr, log))
+            if (!src.readSourcePM(reinterpret_cast<char*>(block.get()), kConvertBlock, got, nullptr,
+                                  log))
                 return why = errorLines(log), false;
             last = got < kConvertBlock;
             const unsigned skip = first ? leadingMark(block.get(), got) : 0;
@@ -323,28 +355,27 @@ class Recoder {
     DataBuffer m_text, m_out;
 };
 
-// OUT is written whole or not at all (a new file renamed over it); "-" is standard output.
+// OUT is written whole or not at all (a new file renamed over it); "-" is standard output, and
+// an OUT that is no regular file a stream (Output.h).
 int runConvert(Invocation& inv) {
     const std::string& outFile = inv.args[2];
     Recoder recoder(inv.args[1], inv.args[3]);
     recoder.prepare();
     const std::string in = inv.inputFile(inv.args[0]);
+    // OUT may be rewritten in place (several hard links, another owner), emptied before IN is
+    // read: the same file at both ends would be lost.
+    if (outFile != "-" && sameRegularFile(in, outFile))
+        return inv.fail(outFile, "is the input file itself (convert into another file)");
     const bool bom = inv.has("bom");
     std::string why;
     _ovLogger log;
-    bool ok;
-    if (outFile == "-") {
-        ok = recoder.run(in, bom, [&](const unsigned char* p, size_t n) {
-            inv.ctx.out.write(reinterpret_cast<const char*>(p), static_cast<std::streamsize>(n));
-            return inv.ctx.out.good();
-        }, why);
-    } else {
-        ok = FileSys::writeFileStreamUtf8(
-            outFile.c_str(), [&](const FileSys::Emit& emit) { return recoder.run(in, bom, emit, why); },
-            &log);
-    }
-    if (!ok && !why.empty()) return inv.fail(inv.args[0], why);
-    if (!ok && outFile != "-") return inv.failFromLog(errorLines(log), log.text(), outFile);
+    log.m_verboseLogging = inv.ctx.verbose;
+    const bool ok = writeOutput(
+        inv.ctx, outFile,
+        [&](const FileSys::Emit& emit) { return recoder.run(in, bom, emit, why); }, log);
+    if (!ok && !why.empty()) return inv.fail(inv.inputName(inv.args[0]), why);
+    if (!ok && outFile != "-")
+        return inv.failFromLog(errorLines(log), log.text(), inv.outputName(outFile));
     if (!ok) return kExitFailed;  // standard output failed; run() says so
     inv.showLog(log.text());
     return kExitOk;
@@ -366,7 +397,11 @@ void addContentCommands(std::vector<CommandSpec>& table) {
          "closing '>' (quoted attribute values may hold '>'); a tag closed by '/>' is\n"
          "a record by itself. Any other BEGIN is matched exactly, and the END is\n"
          "sought from the byte after BEGIN's first byte. Markers are matched as\n"
-         "bytes in CHARSET; records are decoded from it.",
+         "bytes in CHARSET; records are decoded from it, and one that is not valid\n"
+         "CHARSET text fails the scan after the records before it are printed. A\n"
+         "byte-order mark is not read: CHARSET alone says how the file is written.\n"
+         "With a tag, FILE may be a pipe, read as it comes; other markers need a\n"
+         "regular file (or -, which is kept in one).",
          3,
          3,
          {{"charset", 'C', "CHARSET", "the file's charset (default: utf-8)"},
@@ -374,16 +409,15 @@ void addContentCommands(std::vector<CommandSpec>& table) {
           {"limit", 'l', "N", "stop after N records"}},
          runScan,
          true});
-    table.push_back(
-        {"blocks",
-         "FILE BLOCK_SIZE",
-         "Count the blocks of a file",
-         "BLOCK_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G;\n"
-         "the last block may be short.",
-         2,
-         2,
-         {},
-         runBlocks});
+    table.push_back({"blocks",
+                     "FILE BLOCK_SIZE",
+                     "Count the blocks of a file",
+                     "BLOCK_SIZE is a byte count from 1 to 2147483647, optionally with K, M or G;\n"
+                     "the last block may be short.",
+                     2,
+                     2,
+                     {},
+                     runBlocks});
     table.push_back(
         {"block",
          "FILE BLOCK_SIZE INDEX",
@@ -397,7 +431,7 @@ void addContentCommands(std::vector<CommandSpec>& table) {
         {"shortcut",
          "FILE",
          "Read the strings of a Windows shortcut (.lnk) file",
-         "",
+         "A FILE whose name does not end in .lnk is read as FILE.lnk.",
          1,
          1,
          {{"check", 0, nullptr,
@@ -426,10 +460,11 @@ void addContentCommands(std::vector<CommandSpec>& table) {
     table.push_back({"convert",
                      "IN FROM OUT TO",
                      "Rewrite a text file from one charset into another",
-                     "OUT is written whole or not at all; - writes to standard output. Input\n"
+                     "OUT is written whole or not at all; - writes to standard output, and an OUT\n"
+                     "that is no regular file (a FIFO, /dev/stdout) is written as a stream. Input\n"
                      "that is not valid in FROM, or text that TO cannot hold, fails the command\n"
                      "and leaves OUT as it was. A byte-order mark of FROM at IN's start is\n"
-                     "dropped.",
+                     "dropped. OUT must be another file than IN (under any name or link).",
                      4,
                      4,
                      {{"bom", 0, nullptr, "start OUT with TO's byte-order mark"}},

@@ -3,7 +3,10 @@
 #include <memory>
 
 #include "Cli.h"
+#include "Interrupt.h"
+#include "Output.h"
 #include "fileaccess/ClsFileAccess.h"
+#include "foundation/fs/FileSys.h"
 
 namespace fatool {
 
@@ -11,11 +14,16 @@ namespace {
 
 const char* typeName(int type) {
     switch (type) {
-        case 1: return "file";
-        case 2: return "directory";
-        case 3: return "symlink";
-        case 4: return "other";
-        default: return "unknown";
+        case 1:
+            return "file";
+        case 2:
+            return "directory";
+        case 3:
+            return "symlink";
+        case 4:
+            return "other";
+        default:
+            return "unknown";
     }
 }
 
@@ -43,7 +51,10 @@ int runInfo(Invocation& inv) {
         XString target;
         if (!fa.SymlinkTarget(path, target)) return inv.failFrom(fa, inv.args[0]);
         inv.ctx.out << "target: " << target.view() << '\n';
-        if (fa.FileType(path) == 0) inv.ctx.out << "dangling: yes\n";
+        // What the link leads to: nothing (dangling), or no end at all (a loop, say).
+        const int leadsTo = fa.FileType(path);
+        if (leadsTo == 0) inv.ctx.out << "dangling: yes\n";
+        if (leadsTo < 0) inv.ctx.out << "unresolvable: " << errorLines(fa) << '\n';
         return kExitOk;
     }
     if (type == 1) {
@@ -57,11 +68,40 @@ int runInfo(Invocation& inv) {
     return kExitOk;
 }
 
+// Standard input becomes TO as `cat > TO` would make it, but whole or not at all: a new file
+// has the usual permissions (narrowed by the umask), an existing one keeps its own.
+int copyStandardInput(Invocation& inv) {
+    const std::string& to = inv.args[1];
+    const std::string copy = inv.inputFile("-");
+    bool unknown = false;
+    if (inv.has("no-clobber") && FileSys::fileExistsUtf8(to.c_str(), unknown, nullptr))
+        return inv.fail(to, "it exists, and --no-clobber keeps it");
+    // Stopped by a signal, the writing fails and the fs layer removes its temporary file.
+    interrupt::Stoppable stoppable;
+    std::string why;
+    _ovLogger log;
+    log.m_verboseLogging = inv.ctx.verbose;
+    const bool ok = FileSys::writeFileStreamUtf8(
+        to.c_str(), [&](const FileSys::Emit& emit) { return emitFileBytes(copy, emit, why); },
+        &log);
+    if (!ok && !why.empty()) return inv.fail(inv.inputName(inv.args[0]), why);
+    if (!ok) return inv.failFromLog(errorLines(log), log.text(), to);
+    inv.showLog(log.text());
+    return kExitOk;
+}
+
 int runCopy(Invocation& inv) {
+    if (inv.args[0] == "-") return copyStandardInput(inv);
     ClsFileAccess fa;
     fa.put_VerboseLogging(inv.ctx.verbose);
-    XString from(inv.inputFile(inv.args[0]).c_str()), to(inv.args[1].c_str());
-    if (!fa.FileCopy(from, to, inv.has("no-clobber"))) return inv.failFrom(fa, inv.args[1]);
+    XString from(inv.args[0].c_str()), to(inv.args[1].c_str());
+    if (!fa.FileCopy(from, to, inv.has("no-clobber"))) {
+        // The source when the library's lines name it, else the destination (or its directory).
+        const std::string lines = errorLines(fa);
+        return inv.failFromLog(
+            lines, logText(fa),
+            Invocation::namedIn(lines, {{inv.args[0], inv.args[0]}}, inv.args[1]));
+    }
     inv.showLog(fa);
     return kExitOk;
 }
@@ -116,7 +156,8 @@ void addFileCommands(std::vector<CommandSpec>& table) {
                      "PATH",
                      "Show the type, size and time stamps of a path",
                      "Times are in UTC; 'unavailable' where the file system keeps no such time.\n"
-                     "A symbolic link is shown as a link, with its target.",
+                     "A symbolic link is shown as a link, with its target, and whether it leads\n"
+                     "nowhere (dangling) or cannot be resolved (a loop of links, say).",
                      1,
                      1,
                      {{"dereference", 'L', nullptr, "show what a symbolic link leads to"}},
@@ -124,7 +165,9 @@ void addFileCommands(std::vector<CommandSpec>& table) {
     table.push_back({"copy",
                      "FROM TO",
                      "Copy a file",
-                     "TO is written whole or not at all; a TO that is a symbolic link stays one.",
+                     "TO is written whole or not at all; a TO that is a symbolic link stays one.\n"
+                     "A copy of standard input (FROM -) is made as the shell's > makes a file:\n"
+                     "new with the usual permissions, or keeping those of the TO it replaces.",
                      2,
                      2,
                      {{"no-clobber", 'n', nullptr, "fail when TO exists"}},

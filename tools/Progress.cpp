@@ -28,10 +28,11 @@ std::string fraction(int64_t done, int64_t total) {
     return humanBytes(done) + " of " + humanBytes(total) + " (" + std::to_string(pct) + "%)";
 }
 
-Progress::Progress(Context& ctx, std::string label)
+Progress::Progress(Context& ctx, std::string label, bool printsWhileRunning)
     : m_ctx(ctx),
       m_label(std::move(label)),
-      m_active(ctx.progress),
+      m_active(ctx.progress && !(printsWhileRunning && ctx.outTerminal && !ctx.progressAsked)),
+      m_sharesTerminal(m_active && printsWhileRunning && ctx.outTerminal),
       m_start(std::chrono::steady_clock::now()),
       m_lastPrint(m_start) {}
 
@@ -68,11 +69,20 @@ void Progress::print(const std::string& text) {
     std::string line = m_label + ": " + text + elapsed;
     // Blanks wipe what is left of a longer previous line.
     size_t width = line.size();
-    if (width < m_lastWidth) line.append(m_lastWidth - width, ' ');
+    if (m_shown && width < m_lastWidth) line.append(m_lastWidth - width, ' ');
+    // What the job printed reaches the terminal before the line is drawn behind it.
+    if (m_sharesTerminal) m_ctx.out.flush();
     m_ctx.err << '\r' << line << std::flush;
     m_lastWidth = width;
-    m_printed = true;
+    m_printed = m_shown = true;
     m_lastPrint = steady_clock::now();
+}
+
+void Progress::wipe() {
+    if (!m_shown) return;
+    m_ctx.err << '\r' << std::string(m_lastWidth, ' ') << '\r' << std::flush;
+    m_shown = false;
+    m_lastWidth = 0;
 }
 
 void Progress::finish() {
@@ -84,10 +94,7 @@ void Progress::finish() {
         m_wake.notify_all();
         m_thread.join();
     }
-    if (m_printed) {
-        m_ctx.err << '\r' << std::string(m_lastWidth, ' ') << '\r' << std::flush;
-        m_printed = false;
-    }
+    wipe();
 }
 
 }  // namespace fatool

@@ -7,6 +7,10 @@
 // unless the context asks for progress (main() does when stderr is a terminal), nothing before
 // the job has run for the context's delay (half a second), and the line is wiped when the job
 // ends, so that a quick job shows nothing and a long one leaves nothing behind.
+//
+// A job that prints on standard output while it runs (records, joined bytes) shares the
+// terminal with the progress line when standard output is one too: it then shows progress
+// only on --progress, and wipes the line before each thing it prints.
 #pragma once
 
 #include <chrono>
@@ -28,7 +32,8 @@ std::string fraction(int64_t done, int64_t total);
 
 class Progress {
   public:
-    Progress(Context& ctx, std::string label);
+    // `printsWhileRunning`: the job writes to the context's `out` before it ends.
+    Progress(Context& ctx, std::string label, bool printsWhileRunning = false);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -38,17 +43,25 @@ class Progress {
     void startPolling(std::function<std::string()> sample);
     // Prints `text` unless a line was printed very recently or the job is young.
     void update(const std::string& text);
+    // Called before the job prints on standard output: wipes the status line where it shares
+    // the terminal (the next update() draws it again, at the usual pace).
+    void beforeOutput() {
+        if (m_sharesTerminal) wipe();
+    }
     // Stops polling and wipes the status line; called by the destructor too.
     void finish();
 
   private:
     void print(const std::string& text);
+    void wipe();
     void pollLoop();
 
     Context& m_ctx;
     std::string m_label;
     bool m_active;
-    bool m_printed = false;
+    bool m_sharesTerminal;
+    bool m_printed = false;  // a line was drawn at least once
+    bool m_shown = false;    // a line is on the terminal now
     size_t m_lastWidth = 0;
     std::chrono::steady_clock::time_point m_start;
     std::chrono::steady_clock::time_point m_lastPrint;

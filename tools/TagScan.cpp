@@ -54,11 +54,13 @@ bool TagScanner::prepare(const std::string& begin, const std::string& end,
                          const std::string& charset, std::string& why) {
     if (!isTagMarker(begin)) return why = "'" + begin + "' is not a tag", false;
     if (end.empty()) return why = "the end marker is empty", false;
-    if (!m_charset.setByName(charset.c_str())) return why = "unknown charset '" + charset + "'", false;
+    m_charsetName = charset;
+    if (!m_charset.setByName(charset.c_str()))
+        return why = "unknown charset '" + charset + "'", false;
     static const char* const kUnitText[kUnits] = {" ", "\t", "\r", "\n", ">", "/", "\"", "'"};
     DataBuffer lt;
-    if (!encode("<", m_charset, lt) || !encode(begin.substr(0, begin.size() - 1), m_charset,
-                                                m_prefix) ||
+    if (!encode("<", m_charset, lt) ||
+        !encode(begin.substr(0, begin.size() - 1), m_charset, m_prefix) ||
         !encode(end, m_charset, m_end))
         return why = "the markers cannot be written in " + charset, false;
     m_unit = lt.getSize();
@@ -82,9 +84,12 @@ bool TagScanner::aligned(const Window& w, size_t at) const {
 
 bool TagScanner::step(Window& w) {
     switch (m_seek) {
-        case Seek::Begin: return stepBegin(w);
-        case Seek::TagEnd: return stepTagEnd(w);
-        case Seek::End: return stepEnd(w);
+        case Seek::Begin:
+            return stepBegin(w);
+        case Seek::TagEnd:
+            return stepTagEnd(w);
+        case Seek::End:
+            return stepEnd(w);
     }
     return false;
 }
@@ -191,12 +196,18 @@ bool TagScanner::scan(ByteSource& source, const std::function<bool(const XString
     m_at = m_start = 0;
     m_bytesRead = 0;
     XString record;
-    while (true) {
+    for (int64_t count = 1;;) {
         if (step(w)) {
             record.clear();
-            record.appendFromEncoding(m_charset, w.data() + m_start,
-                                      static_cast<unsigned>(m_at - m_start));
+            if (!record.appendFromEncoding(m_charset, w.data() + m_start,
+                                           static_cast<unsigned>(m_at - m_start))) {
+                why = "record " + std::to_string(count) + " (at byte " +
+                      std::to_string(w.base + static_cast<int64_t>(m_start)) + ") is not valid " +
+                      m_charsetName + " text";
+                return false;
+            }
             if (!onRecord(record)) return true;
+            ++count;
             continue;
         }
         // A record left without its end at the end of the data is no record.

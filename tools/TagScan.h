@@ -54,8 +54,9 @@ class TagScanner {
                  std::string& why);
 
     // Hands every record of the source, in order, to onRecord until it returns false. The text
-    // is valid during the call only. False on a read error (records before it stay handed
-    // over), with the reason in `why`.
+    // is valid during the call only. False on a read error, or on a record that is not valid
+    // text in the charset (records before it stay handed over), with the reason in `why`: for
+    // a record, its number and the offset of its first byte.
     bool scan(ByteSource& source, const std::function<bool(const XString&)>& onRecord,
               std::string& why);
 
@@ -88,6 +89,7 @@ class TagScanner {
     size_t m_unit = 1;
     std::array<bool, 256> m_special{};  // one-byte charsets: '>' and the quotes
     _ovCharset m_charset;
+    std::string m_charsetName;
     int64_t m_bytesRead = 0;
 
     Seek m_seek = Seek::Begin;

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -35,6 +37,21 @@ inline size_t lineCount(const std::string& text) {
     return n;
 }
 
+// Makes a directory the current one while it lives, for calls that name relative paths (such
+// as a file called "-"), so that nothing outside the test's directory is ever touched.
+class CurrentDirectory {
+  public:
+    explicit CurrentDirectory(const std::string& dir) : m_before(std::filesystem::current_path()) {
+        std::filesystem::current_path(dir);
+    }
+    ~CurrentDirectory() { std::filesystem::current_path(m_before); }
+    CurrentDirectory(const CurrentDirectory&) = delete;
+    CurrentDirectory& operator=(const CurrentDirectory&) = delete;
+
+  private:
+    std::filesystem::path m_before;
+};
+
 class FatoolTest : public TempDirTest {
   protected:
     // A word of a command line; "@" and "%" also work after an option ("-d@parts").
@@ -47,15 +64,29 @@ class FatoolTest : public TempDirTest {
         return w;
     }
 
-    // Runs one command line with the given streams; returns the exit status.
+    // Runs one command line with the given streams; returns the exit status. `terminal` stands
+    // for standard error being a terminal, `outTerminal` for standard output being one.
     int runLine(const std::string& line, std::istream& in, std::ostream& out, std::ostream& err,
-                bool terminal = false, double progressDelay = 0.5) const {
+                bool terminal = false, double progressDelay = 0.5, bool outTerminal = false) const {
         std::deque<std::string> args;  // keeps its strings in place as it grows
         std::vector<const char*> argv{"fatool"};
         std::istringstream words(line);
         for (std::string w; words >> w;) argv.push_back(args.emplace_back(argument(w)).c_str());
         fatool::Context ctx{in, out, err, false, terminal, progressDelay};
+        ctx.outTerminal = outTerminal;
         return fatool::run(static_cast<int>(argv.size()), argv.data(), ctx);
+    }
+
+    // Every entry under the test directory (or one of its subdirectories), as paths relative
+    // to it, sorted; hidden names included.
+    std::vector<std::string> entries(const std::string& sub = "") const {
+        namespace fs = std::filesystem;
+        const fs::path root = sub.empty() ? fs::path(dir()) : fs::path(path(sub));
+        std::vector<std::string> found;
+        for (const auto& e : fs::recursive_directory_iterator(root))
+            found.push_back(fs::relative(e.path(), root).string());
+        std::sort(found.begin(), found.end());
+        return found;
     }
 
     // Runs the calls in order, so later calls can use the files earlier ones made. `terminal`

@@ -19,15 +19,19 @@ using fatool_test::lineCount;
 // Bad usage exits with 2 and says why; help and version exit with 0.
 TEST_F(FatoolTest, BadUsageAndHelp) {
     writeFile("f", "abc");
+    // Every call that would write names the test's directory (-d @), should a refusal fail.
     runCalls({
         {"", 2, "", {"no command given"}},
         {"frobnicate", 2, "", {"unknown command 'frobnicate'"}},
         {"--bogus info x", 2, "", {"unknown option '--bogus'"}},
         {"copy only-one", 2, "", {"fatool: copy: missing arguments", "Usage: fatool copy"}},
-        {"split @f 12X", 2, "", {"invalid part size '12X'"}},
-        {"split @f 1k", 2, "", {"invalid part size '1k'"}},
+        {"split -d @ @f 12X", 2, "", {"invalid part size '12X'"}},
+        {"split -d @ @f 1k", 2, "", {"invalid part size '1k'"}},
         // Sizes past what the library takes are refused with the range it takes.
-        {"split @f 2G", 2, "", {"expected a byte count from 1 to 2147483647, with an optional K"}},
+        {"split -d @ @f 2G",
+         2,
+         "",
+         {"expected a byte count from 1 to 2147483647, with an optional K"}},
         {"blocks @f 0", 2, "", {"invalid block size '0'"}},
         {"block @f 2 -1", 2, "", {"invalid block index '-1'"}},
         {"encode @f --encoding rot13", 2, "", {"unknown encoding 'rot13'"}},
@@ -37,15 +41,40 @@ TEST_F(FatoolTest, BadUsageAndHelp) {
         {"blockid 0 0", 2, "", {"invalid length '0': expected 1 to 4096"}},
         {"blockid 100 2", 2, "", {"index 100 needs 3 characters, more than the length 2"}},
         {"blockid --number 3 98 2", 2, "", {"index 100 needs 3 characters"}},
-        // --progress belongs to the commands that show progress.
+        // --progress belongs to the commands that show progress, before the command as after.
         {"info --progress @f", 2, "", {"unknown option '--progress'"}},
+        {"--progress info @f", 2, "", {"fatool: info: unknown option '--progress'"}},
+        {"--progress scan -c @f a c", 0, "1\n"},
+        {"-vx info @f", 2, "", {"fatool: info: unknown option '-x'"}},
+        // Sizes and numbers are digits: no blanks, no plus sign.
+        {"split -d @ @f +10", 2, "", {"invalid part size '+10'"}},
+        {"block @f 2 +1", 2, "", {"invalid block index '+1'"}},
         {"--version", 0, "fatool ", {}, true},
         {"info --version", 0, "fatool ", {}, true},
         // Help is made from the command table: the list must reach its last entry.
         {"--help", 0, "\n  rmtree ", {}, true},
         {"scan --help", 0, "Usage: fatool scan [OPTIONS] FILE BEGIN END\n", {}, true},
         {"scan -h", 0, "  --progress ", {}, true},
+        // Grouped letters before the command as after it.
+        {"-vh info", 0, "Usage: fatool info [OPTIONS] PATH\n", {}, true},
+        {"-vh", 0, "Usage: fatool [OPTIONS] COMMAND", {}, true},
+        {"split --help", 0, "write the parts into DIR, made if missing (default: .)\n", {}, true},
     });
+}
+
+// A size or number is plain digits (a minus sign where negative numbers are allowed): white
+// space and a plus sign, which strtoll would take, are refused.
+TEST(FatoolParse, SizesAndNumbersAreDigitsOnly) {
+    for (const char* bad : {" 10", "\t10", "10 ", "+10", "-1", "0x10", "1 K", "K", ""}) {
+        SCOPED_TRACE(std::string("'") + bad + "'");
+        EXPECT_THROW(fatool::parseSize(bad, "size", 0, 1 << 30), fatool::UsageError);
+        EXPECT_THROW(fatool::parseInt(bad, "number", 0, 1 << 30), fatool::UsageError);
+    }
+    EXPECT_EQ(fatool::parseSize("10", "size", 0, 1 << 30), 10);
+    EXPECT_EQ(fatool::parseSize("2K", "size", 0, 1 << 30), 2048);
+    EXPECT_EQ(fatool::parseInt("-5", "number", -10, 10), -5);
+    EXPECT_THROW(fatool::parseInt(" -5", "number", -10, 10), fatool::UsageError);
+    EXPECT_THROW(fatool::parseInt("--5", "number", -10, 10), fatool::UsageError);
 }
 
 // Values attach to short options, short flags group, and "--" ends the options.
@@ -55,7 +84,11 @@ TEST_F(FatoolTest, OptionSpellings) {
     runCalls({
         {"split -d@parts -xdat -Pp @d.bin 4", 0, path("parts") + "/p1.dat\n", {}, true},
         {"split -fd@parts -x dat -Pp @d.bin 4", 0, path("parts") + "/p3.dat\n", {}, true},
-        {"join --dir=@parts --prefix p --ext dat x @j.bin", 0, "joined 3 parts (10 bytes)", {}, true},
+        {"join --dir=@parts --prefix p --ext dat x @j.bin",
+         0,
+         "joined 3 parts (10 bytes)",
+         {},
+         true},
         {"scan -cl1 @d.bin d d", 0, "1\n"},
         {"copy -- @-n @copy", 0, ""},
     });
@@ -75,25 +108,35 @@ TEST_F(FatoolTest, EachOptionLetterHasOneMeaning) {
     }
 }
 
-// Every upper-case placeholder a command's help text names is one of its arguments or option
-// values, so the help never talks of an argument that does not exist.
+// The upper-case words of a text (two letters or more, '_' included), such as FILE or PART_SIZE.
+std::set<std::string> placeholders(const std::string& text) {
+    std::set<std::string> found;
+    for (size_t i = 0; i < text.size();) {
+        size_t j = i;
+        while (j < text.size() &&
+               (std::isupper(static_cast<unsigned char>(text[j])) || text[j] == '_'))
+            ++j;
+        if (j - i >= 2 && text[i] != '_') found.insert(text.substr(i, j - i));
+        i = j == i ? i + 1 : j;
+    }
+    return found;
+}
+
+// Every upper-case placeholder a command's help names, in its details and in the help of each
+// of its options, is one of its arguments or option values, so the help never talks of an
+// argument that does not exist.
 TEST_F(FatoolTest, HelpNamesOnlyArgumentsThatExist) {
-    const std::set<std::string> words = {"UTC", "BOM", "UTF"};
+    const std::set<std::string> words = {"UTC", "BOM", "UTF", "FIFO"};
     for (const fatool::CommandSpec& c : fatool::commandTable()) {
-        std::string known = c.args;
-        for (const fatool::OptionSpec& o : c.options) known += std::string(" ") + (o.value ? o.value : "");
-        const std::string text = c.details;
-        for (size_t i = 0; i < text.size();) {
-            size_t j = i;
-            while (j < text.size() && (std::isupper(static_cast<unsigned char>(text[j])) || text[j] == '_'))
-                ++j;
-            const std::string word = text.substr(i, j - i);
-            if (word.size() >= 2 && std::isupper(static_cast<unsigned char>(word[0])) &&
-                !words.count(word)) {
-                SCOPED_TRACE(std::string(c.name) + ": " + word);
-                EXPECT_NE(known.find(word), std::string::npos) << known;
-            }
-            i = j == i ? i + 1 : j;
+        std::string known = c.args, texts = c.details;
+        for (const fatool::OptionSpec& o : c.options) {
+            known += std::string(" ") + (o.value ? o.value : "");
+            texts += std::string("\n") + o.help;
+        }
+        const std::set<std::string> names = placeholders(known);
+        for (const std::string& word : placeholders(texts)) {
+            SCOPED_TRACE(std::string(c.name) + ": " + word);
+            EXPECT_TRUE(names.count(word) || words.count(word)) << known;
         }
     }
 }
@@ -108,6 +151,7 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
     writeFile("w.txt", std::string("x\0[\0a\0]\0y\0[\0b\0]\0", 16));
     writeFile("t.txt", "cat dog cat bird cat");
     writeFile("in.txt", "caf\xc3\xa9");
+    writeFile("x.lnk", readFile(testDataPath("lnk/xp-arguments.lnk")));
     runCalls({
         {"split @d.bin 300 --dir @", 0, parts},
         {"join --dir @ d.bin @j.bin", 0, "joined 4 parts (1000 bytes) into /", {}, true},
@@ -129,6 +173,9 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
         {"blockid 0 4", 0, "MDAwMA==\n"},
         {"shortcut %lnk/xp-arguments.lnk", 0, "Arguments: \"this is the arguments\"\n", {}, true},
         {"shortcut --check %lnk/malformed-not-a-shortcut.lnk", 1, "not parseable\n"},
+        // As the help says: a name without .lnk is read with it.
+        {"shortcut --help", 0, "not end in .lnk is read as FILE.lnk", {}, true},
+        {"shortcut @x", 0, "Arguments: \"this is the arguments\"\n", {}, true},
         {"info @in.txt", 0, "type: file\nsize: 5\n", {}, true},
         {"copy @in.txt @b.txt", 0, ""},
         {"move @b.txt @c.txt", 0, ""},
@@ -141,7 +188,9 @@ TEST_F(FatoolTest, CommandsOnRealFilesPrintTheirResults) {
     EXPECT_EQ(readFile(path("j.bin")) + readFile(path("k.bin")), data + data);
     EXPECT_EQ(readFile(path("t.txt")), "ox dog ox bird ox");
     EXPECT_EQ(readFile(path("o.txt")), std::string("\377\376c\0a\0f\0\351\0", 10));
-    EXPECT_EQ(readFile(path("back.txt")) + readFile(path("in.txt")), "caf\xe9" "caf\xc3\xa9");
+    EXPECT_EQ(readFile(path("back.txt")) + readFile(path("in.txt")),
+              "caf\xe9"
+              "caf\xc3\xa9");
     EXPECT_EQ(readFile(path("b.txt")) + readFile(path("x")), "<missing><missing>");
 }
 
@@ -156,7 +205,9 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
         bool logged;  // whether a library call failed, whose log --verbose adds
     };
     const std::vector<Case> cases = {
-        {"copy @m @b", "fatool: copy: " + path("b") + ": ", "Failed to copy file", true},
+        // The path that failed: the source here, the destination's directory next.
+        {"copy @m @b", "fatool: copy: " + path("m") + ": ", "No such file", true},
+        {"copy @f @nodir/b", "fatool: copy: " + path("nodir/b") + ": ", "No such file", true},
         {"copy -n @f @f", "fatool: copy: " + path("f") + ": ", "exists", true},
         {"scan @m <a> </a>", "fatool: scan: " + path("m") + ": ", "No such file", false},
         {"scan @m [a] [/a]", "fatool: scan: " + path("m") + ": ", "No such file", true},
@@ -166,11 +217,17 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
         {"delete @missing", "fatool: delete: " + path("missing") + ": ", "No such file", true},
         {"blocks @m 10", "fatool: blocks: " + path("m") + ": ", "No such file", true},
         {"encode @m", "fatool: encode: " + path("m") + ": ", "No such file", true},
-        {"shortcut %lnk/malformed-not-a-shortcut.lnk", "fatool: shortcut: ",
-         "not a readable shortcut", true},
+        {"shortcut %lnk/malformed-not-a-shortcut.lnk",
+         "fatool: shortcut: ", "not a readable shortcut", true},
         {"join -d @ nothing @o", "fatool: join: " + path("nothing.1.part") + ": ", "no such part",
          false},
+        // Where - is a file's name it is shown as one (run in the test's directory).
+        {"info -", "fatool: info: -: ", "no such file or directory", false},
+        {"move - @x", "fatool: move: -: ", "No such file", true},
+        {"delete -", "fatool: delete: -: ", "No such file", true},
     };
+    // The test's directory is the current one meanwhile, for the relative name "-".
+    const fatool_test::CurrentDirectory here(dir());
     for (const Case& c : cases) {
         SCOPED_TRACE(c.line);
         std::string quiet;
@@ -193,6 +250,29 @@ TEST_F(FatoolTest, AFailureIsOneLineWithItsReason) {
     }
 }
 
+// A record that is not valid text in the charset fails the scan with its number (and, where
+// the program scans by itself, its offset), after the records before it were printed; a
+// count is not printed at all.
+TEST_F(FatoolTest, ARecordNotValidInItsCharsetIsAnError) {
+    writeFile("l1.xml", "<rec>ok</rec><rec>caf\xe9</rec><rec>no</rec>");
+    writeFile("l2.xml", "\xe9\xe9<rec>ok</rec>\xe9");
+    const std::string start = "fatool: scan: " + path("l1.xml") + ": record 2";
+    runCalls({
+        {"scan @l1.xml <rec> </rec>",
+         1,
+         "<rec>ok</rec>\n",
+         {start + " (at byte 13) is not valid utf-8 text\n"}},
+        {"scan -c @l1.xml <rec> </rec>",
+         1,
+         "",
+         {start + " (at byte 13) is not valid utf-8 text\n"}},
+        {"scan @l1.xml <rec </rec>", 1, "<rec>ok</rec>\n", {start + " is not valid utf-8 text\n"}},
+        // Bytes outside the records are never decoded.
+        {"scan @l2.xml <rec> </rec>", 0, "<rec>ok</rec>\n"},
+        {"scan -c -C latin1 @l1.xml <rec> </rec>", 0, "3\n"},
+    });
+}
+
 // compare answers as cmp does: 0 identical, 1 different, 2 when it cannot compare.
 TEST_F(FatoolTest, CompareTellsDifferentFromCannotCompare) {
     writeFile("a", "same");
@@ -202,8 +282,10 @@ TEST_F(FatoolTest, CompareTellsDifferentFromCannotCompare) {
     runCalls({
         {"compare @a @b", 0, "identical\n"},
         {"compare @a @c", 1, "different\n"},
-        {"compare @dir @a", 2, "", {"fatool: compare: "}},
-        {"compare @a @missing", 2, "", {"fatool: compare: "}},
+        // The line names the file that could not be read.
+        {"compare @dir @a", 2, "", {"fatool: compare: " + path("dir") + ": "}},
+        {"compare @a @missing", 2, "", {"fatool: compare: " + path("missing") + ": "}},
+        {"compare @missing @a", 2, "", {"fatool: compare: " + path("missing") + ": "}},
     });
 }
 
@@ -231,9 +313,71 @@ TEST_F(FatoolTest, ProgressIsWipedAndOnlyForSlowJobs) {
             lines.push_back(e.substr(at, (next = e.find('\r', at)) - at));
         const std::string& blanks = lines.back();
         EXPECT_EQ(blanks, std::string(blanks.size(), ' '));
-        for (const std::string& line : lines) EXPECT_LE(line.find_last_not_of(' ') + 1, blanks.size());
+        for (const std::string& line : lines)
+            EXPECT_LE(line.find_last_not_of(' ') + 1, blanks.size());
     }
     runCalls({{"scan --no-progress -c @t.txt [ ]", 0, "3\n"}}, true);
+}
+
+// What a terminal shows for the bytes written to it: the lines, each as it finally stands
+// after carriage returns let later text overwrite it, trailing blanks dropped; a last line
+// without its '\n' counts too.
+std::vector<std::string> terminalLines(const std::string& bytes) {
+    std::vector<std::string> lines;
+    std::string line;
+    size_t column = 0;
+    auto end = [&] {
+        const size_t last = line.find_last_not_of(' ');
+        lines.push_back(last == std::string::npos ? "" : line.substr(0, last + 1));
+        line.clear();
+        column = 0;
+    };
+    for (char c : bytes) {
+        if (c == '\r') {
+            column = 0;
+        } else if (c == '\n') {
+            end();
+        } else {
+            if (column < line.size())
+                line[column] = c;
+            else
+                line += c;
+            ++column;
+        }
+    }
+    if (!line.empty()) end();
+    return lines;
+}
+
+// When standard output is the terminal too, records and a progress line would share it: a scan
+// that prints records shows no progress unless asked, and with --progress wipes the line before
+// each record; a count alone shows progress as usual.
+TEST_F(FatoolTest, ProgressNeverRunsIntoRecordsOnATerminal) {
+    writeFile("t.txt", "[a] [b] [c]");
+    writeFile("p.1.part", "ab");
+    writeFile("p.2.part", "cd");
+    struct Case {
+        const char* line;
+        bool progressShown;
+        std::vector<std::string> shown;  // the terminal's lines, standard output and error
+    };
+    const std::vector<Case> cases = {
+        {"scan @t.txt [ ]", false, {"[a]", "[b]", "[c]"}},
+        {"scan --progress @t.txt [ ]", true, {"[a]", "[b]", "[c]"}},
+        {"scan -c @t.txt [ ]", true, {"3"}},
+        {"join -d @ p -", false, {"abcd"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.line);
+        std::istringstream in;
+        std::ostringstream screen;  // both streams, in the order of the writes
+        EXPECT_EQ(runLine(c.line, in, screen, screen, true, 0.0, true), 0);
+        const std::string s = screen.str();
+        EXPECT_EQ(s.find(": ") != std::string::npos, c.progressShown) << s;
+        std::vector<std::string> lines = terminalLines(s);
+        while (!lines.empty() && lines.back().empty()) lines.pop_back();  // a wiped line
+        EXPECT_EQ(lines, c.shown) << s;
+    }
 }
 
 }  // namespace

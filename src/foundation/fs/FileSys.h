@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <functional>
+#include <string>
+#include <vector>
 
 #include "foundation/base/LogBase.h"
 #include "foundation/fs/FileId.h"
@@ -81,6 +83,10 @@ class FileSys {
     // itself through its parent once it has checked that it is still the one it emptied.
     static bool deleteTreeUtf8(const char* dir, FileMatchingSpec& spec, LogBase& log);
 
+    // The names of the entries of a directory ("." and ".." left out), in the order the system
+    // lists them; false (names unchanged) when it cannot be opened or read.
+    static bool listDirUtf8(const char* dir, std::vector<std::string>& names, LogBase* log);
+
     // dir empty: TMPDIR, else /tmp. out = dir/prefix + unique part + ".tmp"; the file is
     // created empty, owner-only, before the call returns.
     static bool GetTemporaryFilename(const XString& dir, const XString& prefix, XString& out,
@@ -145,6 +151,13 @@ class FileSys {
     // Created if missing; every write goes to the end.
     static OrvaneHandle* openForAppend(const XString& path, bool lockFile, bool unused,
                                        int& errorCode, LogBase* log);
+
+    // --- the process's standard descriptors ---
+    // Opens /dev/null (for reading) on each of descriptors 0, 1 and 2 that is closed, so that
+    // no file opened later takes its number and gets read as standard input or written with
+    // what is printed; closed[i] tells whether descriptor i was closed. Reads of such a
+    // descriptor then find nothing and writes fail (EBADF).
+    static void occupyClosedStandardDescriptors(bool closed[3]);
 
     // --- the process's current directory ---
     static bool setCurrentDir(const XString& dir);

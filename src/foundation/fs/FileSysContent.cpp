@@ -271,6 +271,20 @@ OrvaneHandle* FileSys::openForAppend(const XString& path, bool lockFile, bool, i
     return openWith(path, O_WRONLY | O_CREAT | O_APPEND, lockFile, true, false, errorCode, log);
 }
 
+void FileSys::occupyClosedStandardDescriptors(bool closed[3]) {
+    int missing = 0;
+    for (int fd = 0; fd < 3; ++fd) {
+        closed[fd] = sysCalls().fcntl(fd, F_GETFL, 0) < 0 && errno == EBADF;
+        missing += closed[fd];
+    }
+    // An open takes the lowest free number: the closed ones, in order.
+    for (; missing > 0; --missing) {
+        const int fd = fsi::openRetry("/dev/null", O_RDONLY, 0);
+        if (fd > 2) fsi::closeFd(fd);
+        if (fd < 0 || fd > 2) return;
+    }
+}
+
 bool FileSys::setCurrentDir(const XString& dir) { return sysCalls().chdir(dir.getUtf8()) == 0; }
 
 void FileSys::getCurrentDir(XString& out) {

@@ -264,3 +264,35 @@ bool FileSys::deleteTreeUtf8(const char* dir, FileMatchingSpec& spec, LogBase& l
     (void)spec;  // the default spec matches every entry
     return TreeRemover(log, dir ? dir : "").run();
 }
+
+bool FileSys::listDirUtf8(const char* dir, std::vector<std::string>& names, LogBase* log) {
+    const char* path = dir ? dir : "";
+    int fd = fsi::openRetry(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+    if (fd < 0) {
+        fsi::logSysFailure(log, "open", path, errno);
+        return false;
+    }
+    DIR* d = sysCalls().fdopendir(fd);
+    if (!d) {
+        const int err = errno;
+        fsi::closeFd(fd);
+        fsi::logSysFailure(log, "fdopendir", path, err);
+        return false;
+    }
+    std::vector<std::string> found;
+    errno = 0;
+    while (struct dirent* e = sysCalls().readdir(d)) {
+        const char* name = e->d_name;
+        if (!(name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))))
+            found.emplace_back(name);
+        errno = 0;
+    }
+    const int err = errno;
+    sysCalls().closedir(d);
+    if (err != 0) {
+        fsi::logSysFailure(log, "readdir", path, err);
+        return false;
+    }
+    names = std::move(found);
+    return true;
+}

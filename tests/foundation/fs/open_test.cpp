@@ -113,4 +113,23 @@ TEST_F(OpenTest, ErrorCodesFromInjectedErrnosAndRealPaths) {
     }
 }
 
+// Closed standard descriptors are filled, in a child, so that the next open takes a number above
+// them; the open ones are left as they are.
+TEST(StandardDescriptorsTest, ClosedOnesAreFilledSoNoOpenTakesTheirPlace) {
+    const int result = inChildProcess([] {
+        const int keep = dup(1);  // to put standard output back for the report
+        close(0);
+        close(2);
+        bool closed[3] = {false, true, false};
+        FileSys::occupyClosedStandardDescriptors(closed);
+        const int next = dup(keep);
+        struct stat st {};
+        const bool filled = fstat(0, &st) == 0 && fstat(2, &st) == 0;
+        if (!closed[0] || closed[1] || !closed[2] || !filled || next <= 2) return 1;
+        // Writes to a filled descriptor fail rather than land anywhere.
+        return write(2, "x", 1) < 0 ? 0 : 2;
+    });
+    EXPECT_EQ(result, 0);
+}
+
 }  // namespace

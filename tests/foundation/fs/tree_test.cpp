@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "foundation/fs/FileSys.h"
 #include "foundation/fs/SysCalls.h"
@@ -255,6 +257,30 @@ TEST_F(TreeTest, ChangesSwappedInAtAnyMomentLeadNowhere) {
         }
     }
     EXPECT_GT(total, 4 * 20);
+}
+
+// A listing names every entry once, links and hidden names included, never "." or "..";
+// what is no directory fails with the reason.
+TEST_F(TreeTest, AListingNamesEveryEntryOnce) {
+    fs::create_directories(path("d/sub"));
+    writeFile("d/a", "a");
+    writeFile("d/.hidden", "h");
+    ASSERT_EQ(symlink("gone", path("d/link").c_str()), 0);
+    std::vector<std::string> names = {"left over"};
+    _ovLogger log;
+    ASSERT_TRUE(FileSys::listDirUtf8(path("d").c_str(), names, &log)) << log.text();
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{".hidden", "a", "link", "sub"}));
+    ASSERT_TRUE(FileSys::listDirUtf8(path("d/sub").c_str(), names, &log)) << log.text();
+    EXPECT_TRUE(names.empty());
+    for (const char* bad : {"missing", "d/a"}) {
+        SCOPED_TRACE(bad);
+        names = {"kept"};
+        _ovLogger failed;
+        EXPECT_FALSE(FileSys::listDirUtf8(path(bad).c_str(), names, &failed));
+        EXPECT_EQ(names, std::vector<std::string>{"kept"});
+        EXPECT_NE(failed.text().find(bad), std::string::npos) << failed.text();
+    }
 }
 
 }  // namespace
