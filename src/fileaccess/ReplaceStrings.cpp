@@ -8,6 +8,7 @@
 // owner, group and mode.
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 
 #include "fileaccess/BlockReader.h"
 #include "fileaccess/ClsFileAccess.h"
@@ -75,22 +76,54 @@ bool occurs(BlockReader& reader, unsigned got, bool last, StreamReplacer& probe,
     }
 }
 
-// Rewrites the file with every occurrence replaced. Logs "n" (-1 when there are more than the
-// count can hold) and returns the count, or -1.
-int rewrite(const XString& path, const DataBuffer& find, const DataBuffer& repl, LogBase& log) {
+// Counts on from `offset` of the old content, where a failed rewrite stopped, so that "n" holds
+// every occurrence in the file. A read error ends the count where it happened.
+void countRest(BlockReader& reader, uint64_t offset, StreamReplacer& replacer, LogBase& log) {
+    const StreamReplacer::Emit discard = [](const unsigned char*, size_t) { return true; };
+    if (!reader.restartAt(static_cast<long long>(offset), kBlockAllocTag, log)) return;
+    for (bool last = false; !last;) {
+        unsigned got = 0;
+        if (!reader.next(got, last, log)) return;
+        replacer.feed(reader.block(), got, last, discard);
+    }
+}
+
+// Rewrites the file with every occurrence replaced. Logs "n" after the rewrite's own lines
+// (-1 when there are more than the count can hold) and returns the count, or -1.
+int rewrite(BlockReader& reader, const XString& path, const DataBuffer& find,
+            const DataBuffer& repl, LogBase& log) {
     StreamReplacer replacer = replacerFor(find, repl);
-    bool tooMany = false;
+    uint64_t taken = 0;  // bytes of the old content the replacer has been given
+    bool sawEnd = false, tooMany = false, writeFailed = false;
+    int writeErr = 0;
     const bool ok = FileSys::transformFileUtf8(
         path.getUtf8(),
         [&](const unsigned char* piece, size_t n, bool last, const FileSys::Emit& emit) {
-            if (!replacer.feed(piece, n, last, emit)) return false;
+            // A failed write does not stop the replacer inside the piece: it takes whole
+            // pieces, so that a count after a failure can go on where the rewrite stopped.
+            const StreamReplacer::Emit write = [&](const unsigned char* p, size_t k) {
+                if (!writeFailed && !emit(p, k)) {
+                    writeFailed = true;
+                    writeErr = errno;
+                }
+                return true;
+            };
+            replacer.feed(piece, n, last, write);
+            taken += n;
+            sawEnd = last;
+            if (writeFailed) return errno = writeErr, false;
             tooMany = replacer.count() > INT_MAX;
             if (tooMany) errno = EOVERFLOW;
             return !tooMany;
         },
         &log);
-    if (tooMany) log.LogError("Unable to replace: more occurrences than the count can hold.");
-    log.LogDataLong("n", tooMany ? -1 : static_cast<long>(replacer.count()));
+    if (tooMany) {
+        log.LogError("Unable to replace: more occurrences than the count can hold.");
+        log.LogDataLong("n", -1);
+        return -1;
+    }
+    if (!ok && !sawEnd) countRest(reader, taken, replacer, log);
+    log.LogDataLong("n", replacer.count() > INT_MAX ? -1L : static_cast<long>(replacer.count()));
     return ok ? static_cast<int>(replacer.count()) : -1;
 }
 
@@ -122,7 +155,7 @@ int replaceStrings(const XString& path, const XString& charset, const XString& s
         return 0;
     }
     reader.releaseBlock();
-    const int n = rewrite(path, find, repl, log);
+    const int n = rewrite(reader, path, find, repl, log);
     f.result(n >= 0);
     return n;
 }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include <filesystem>
 #include <random>
@@ -86,22 +87,44 @@ TEST_F(ReplaceTest, CountsEncodingsAndRefusals) {
     EXPECT_NE(lastLine(), "Failed.");
 }
 
-// A save that fails: its reason stands before "n", which holds the count, and the outcome.
-TEST_F(ReplaceTest, AFailedSaveLogsItsReasonBeforeTheCount) {
-    const std::string f = writeFile("t.txt", "one two one");
-    {
-        SysCallOverride o;
-        o.failNth(SysCallOverride::Rename, 1, EIO);
-        EXPECT_EQ(replace(f, "utf-8", "one", "1"), -1);
+// A save that fails at any step: its reason stands before "n", which holds every occurrence in
+// the file however far the rewrite got, and the outcome comes last. The output is large
+// enough that the first write happens while the rewrite has read only part of the file.
+TEST_F(ReplaceTest, AFailedSaveLogsItsReasonBeforeTheWholeCount) {
+    std::string text;
+    for (int i = 0; i < 600000; ++i) text += "ab";
+    const std::string f = writeFile("t.txt", text);
+    struct Case {
+        SysCallOverride::Call call;
+        int nth, err;
+        const char* step;  // how the error line begins
+    } cases[] = {
+        // The search's open, then the open that proves the file may be written, then the
+        // new file's creation.
+        {SysCallOverride::Open, 2, EPERM, "open "},
+        {SysCallOverride::Open, 3, ENOSPC, "create a temporary file in "},
+        {SysCallOverride::Write, 1, ENOSPC, "write "},
+        {SysCallOverride::Fsync, 1, EIO, "fsync "},
+        {SysCallOverride::Rename, 1, EIO, "rename "},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.step);
+        {
+            SysCallOverride o;
+            o.failNth(c.call, c.nth, c.err);
+            EXPECT_EQ(replace(f, "utf-8", "a", "XYZ"), -1);
+        }
+        EXPECT_TRUE(readFile(f) == text);
+        std::string order, first;
+        for (const LogEntry& e : fa.lastErrorLog().entries()) {
+            if (e.kind == LogKind::Error) order += "error ";
+            if (e.kind == LogKind::Error && first.empty()) first = e.text;
+            if (e.kind == LogKind::Data && e.name == "n") order += "n=" + e.text + " ";
+        }
+        EXPECT_EQ(order, "error n=600000 error ") << lastLog(fa);
+        EXPECT_EQ(first.substr(0, std::strlen(c.step)), c.step);
+        EXPECT_EQ(lastLine(), "Failed.");
     }
-    EXPECT_EQ(readFile(f), "one two one");
-    std::string order;
-    for (const LogEntry& e : fa.lastErrorLog().entries()) {
-        if (e.kind == LogKind::Error) order += "error ";
-        if (e.kind == LogKind::Data && e.name == "n") order += "n=" + e.text + " ";
-    }
-    EXPECT_EQ(order, "error n=2 error ") << lastLog(fa);
-    EXPECT_EQ(lastLine(), "Failed.");
 }
 
 TEST_F(ReplaceTest, FileIsRewrittenOnlyWhenSomethingWasReplaced) {
