@@ -1,11 +1,51 @@
 // Block identifiers (zero-filled decimal text, encoded) and whole files read as encoded text.
 // The encoders have their own suite; here the methods' contracts are checked.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 
 #include "LogProbe.h"
 
+// Sanitizers reserve terabytes of address space, which a limit on it cannot leave room for.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define FA_ADDRESS_SPACE_LIMITS 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+#define FA_ADDRESS_SPACE_LIMITS 0
+#endif
+#endif
+#ifndef FA_ADDRESS_SPACE_LIMITS
+#define FA_ADDRESS_SPACE_LIMITS 1
+#endif
+
 namespace {
+
+// The input of the tests of memory: large enough to stand out from the process's own.
+constexpr size_t kLarge = size_t{48} << 20;
+
+// The process's peak resident memory so far, in KiB.
+long peakResidentKiB() {
+    struct rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+// A figure of the process's memory now, in bytes, from /proc/self/status ("VmSize:" for its
+// address space, "VmRSS:" for what is resident); 0 where /proc does not tell.
+uint64_t memoryFigure(const char* key) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind(key, 0) == 0) return std::stoull(line.substr(std::strlen(key))) * 1024;
+    return 0;
+}
 
 class BlockIdTest : public FileAccessTest {
   protected:
@@ -14,6 +54,24 @@ class BlockIdTest : public FileAccessTest {
         XString enc(encoding), id("stale");
         bool ok = fa.GenBlockId(index, length, enc, id);
         return std::string(ok ? "" : "failed:") + id.getUtf8();
+    }
+    // The three reads of MemoryTheOutputCannotHaveIsReportedByTheResult, in the child whose
+    // memory is limited: 0 when each went as it should.
+    int encodeShortOfMemory(XString& plain, XString& spaced) {
+        int bits = 0;
+        XString url("url"), hex("hex"), text;
+        if (!fa.ReadBinaryToEncoded(plain, url, text)) bits |= 1;
+        if (text.getSizeUtf8() != kLarge || text.getUtf8()[kLarge - 1] != 'a') bits |= 2;
+        if (value("fileSize") != std::to_string(kLarge)) bits |= 4;
+        text.clear();
+        // The text of 96 MiB does not fit where the room reserved for half of it must grow.
+        for (auto [file, enc] : {std::pair{&plain, &hex}, std::pair{&spaced, &url}}) {
+            bits <<= 2;
+            if (fa.ReadBinaryToEncoded(*file, *enc, text) || text.getSizeUtf8() != 0) bits |= 1;
+            if (!fa.lastErrorLog().contains("Memory allocation failed.") || lastLine() != "Failed.")
+                bits |= 2;
+        }
+        return bits;
     }
 };
 
@@ -106,5 +164,83 @@ TEST_F(BlockIdTest, EncodedReadsAtEveryBlockAndGroupEdge) {
     }
 }
 
-}  // namespace
+// Files whose text would pass the 4,294,967,295 bytes one string holds, sparse so that they
+// cost no disk (on a memory file system where there is one, where holes read fastest): each
+// encoding of exact length gives its text up before it is begun, instead of growing an output
+// it could never finish, and the read still decides the result and the size logged. The
+// smallest sizes that pass the limit; ascii starts with text that would fit.
+TEST_F(BlockIdTest, ATextTooLongForOneStringIsGivenUpAtOnce) {
+    const std::string shm = makeDirOnOtherDevice(dir()),
+                      file = (shm.empty() ? dir() : shm) + "/big";
+    struct Case {
+        const char* encoding;
+        uint64_t size;
+    } cases[] = {
+        {"hex", uint64_t{1} << 31},    {"hexlower", uint64_t{1} << 31},
+        {"base16", uint64_t{1} << 31}, {"base32", 2684354556},
+        {"base64", 3221225470},        {"base64url", 3221225472},
+        {"ascii", uint64_t{1} << 32},
+    };
+    const long peakBefore = peakResidentKiB();
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.encoding);
+        int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        ASSERT_GE(fd, 0);
+        const bool made =
+            write(fd, "abc", 3) == 3 && ftruncate(fd, static_cast<off_t>(c.size)) == 0;
+        close(fd);
+        ASSERT_TRUE(made);
+        XString p = X(file), enc(c.encoding), text("stale");
+        ASSERT_CALL_OK(fa, fa.ReadBinaryToEncoded(p, enc, text));
+        EXPECT_EQ(text.getSizeUtf8(), 0u);
+        EXPECT_EQ(value("fileSize"), std::to_string(c.size));
+        EXPECT_EQ(lastLine(), "Success.");
+    }
+    std::filesystem::remove(file);
+    if (!shm.empty()) std::filesystem::remove(shm);
+    // Blocks of the read, nothing that grows with the file.
+    EXPECT_LT(peakResidentKiB() - peakBefore, 64 * 1024);
+}
 
+// Where memory is short: url, whose bound (every byte escaped) is three times its input,
+// settles for the room its text takes and gives that text; hex, whose exact length cannot be
+// had, and url whose text itself cannot fit, fail with a memory line and an empty output.
+// Nothing is thrown. Run in a child whose address space is limited to a little more than it
+// holds.
+TEST_F(BlockIdTest, MemoryTheOutputCannotHaveIsReportedByTheResult) {
+    if (!FA_ADDRESS_SPACE_LIMITS || memoryFigure("VmSize:") == 0)
+        GTEST_SKIP() << "address space cannot be limited here";
+    std::string blanks(kLarge, 'a');
+    for (size_t i = 0; i < kLarge; i += 2) blanks[i] = ' ';
+    XString plain = X(writeFile("plain.bin", std::string(kLarge, 'a')));
+    XString spaced = X(writeFile("spaced.bin", blanks));
+    blanks = std::string();
+    const int failed = inChildProcess([&] {
+        const struct rlimit lim = {memoryFigure("VmSize:") + (uint64_t{80} << 20), RLIM_INFINITY};
+        if (setrlimit(RLIMIT_AS, &lim) != 0) return 100;
+        try {
+            return encodeShortOfMemory(plain, spaced);
+        } catch (...) {
+            return 101;  // what the library must never let out
+        }
+    });
+    EXPECT_EQ(failed, 0);
+}
+
+// Url and quoted-printable reserve their bound, three times the input, though their text is
+// often little longer than the input: the memory is made ready ahead of the encoder only as
+// far as the text is sure to reach, so what becomes resident is about the text's own size.
+TEST_F(BlockIdTest, OnlyTheMemoryTheTextFillsBecomesResident) {
+    XString p = X(writeFile("in.bin", std::string(kLarge, 'a')));
+    for (const char* name : {"url", "qp"}) {
+        SCOPED_TRACE(name);
+        const uint64_t before = memoryFigure("VmRSS:");
+        if (before == 0) GTEST_SKIP() << "no figure of resident memory here";
+        XString enc(name), text;
+        ASSERT_CALL_OK(fa, fa.ReadBinaryToEncoded(p, enc, text));
+        ASSERT_GE(text.getSizeUtf8(), kLarge);
+        EXPECT_LT(memoryFigure("VmRSS:") - before, text.getSizeUtf8() + (uint64_t{16} << 20));
+    }
+}
+
+}  // namespace
