@@ -2,6 +2,7 @@
 //
 // Both turn bytes into text through the buffer layer's binary-to-text encoder.
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -9,6 +10,7 @@
 
 #include "fileaccess/BlockReader.h"
 #include "fileaccess/ClsFileAccess.h"
+#include "fileaccess/StreamBlocks.h"
 #include "foundation/base/MethodFrame.h"
 #include "foundation/text/Encodings.h"
 #include "foundation/text/LargeBlocks.h"
@@ -48,6 +50,7 @@ bool genBlockId(int index, int length, const XString& encoding, XString& out, Lo
 // so that encoding them one by one gives the text of one encoding of the whole; small enough
 // to stay in the second-level cache between the read that fills one and its encoding.
 constexpr unsigned kEncodeBlock = 15u << 14;
+std::atomic<unsigned> g_encodeBlock{kEncodeBlock};
 // Tags identifying the block's and the output's reservations in a memory-failure log entry.
 constexpr int kEncodeAllocTag = 1095;
 constexpr int kOutputAllocTag = 1096;
@@ -99,7 +102,7 @@ bool outputMemoryFailed(XString& out, uint64_t size, LogBase& log) {
 // they would pass the limit. Memory that cannot be had for the output fails the call.
 bool readBinaryToEncoded(const XString& path, const XString& name, XString& out, LogBase& log) {
     out.clear();
-    BlockReader reader(kEncodeBlock);
+    BlockReader reader(streamblocks::encodeBlock());
     if (!reader.open(path, kEncodeAllocTag, log)) return false;
     BlockEncoder encoder;
     bool encoding = encoder.select(name.getUtf8());
@@ -132,6 +135,19 @@ bool readBinaryToEncoded(const XString& path, const XString& name, XString& out,
 }
 
 }  // namespace
+
+namespace streamblocks {
+
+unsigned encodeBlock() {
+    return g_encodeBlock.load(std::memory_order_relaxed);
+}
+
+void setEncodeBlockForTest(unsigned bytes) {
+    g_encodeBlock.store(bytes == 0 ? kEncodeBlock : std::max(bytes / 15 * 15, 15u),
+                        std::memory_order_relaxed);
+}
+
+}  // namespace streamblocks
 
 bool ClsFileAccess::GenBlockId(int index, int length, XString& encoding, XString& out) {
     StandardFrame f(*this, "GenBlockId");

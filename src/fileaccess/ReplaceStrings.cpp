@@ -6,12 +6,15 @@
 // as far as its first occurrence: a file without one is left alone (same inode, same times).
 // Otherwise it is rewritten through the file-system layer's careful rewrite, which keeps its
 // owner, group and mode.
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 
 #include "fileaccess/BlockReader.h"
 #include "fileaccess/ClsFileAccess.h"
+#include "fileaccess/StreamBlocks.h"
 #include "foundation/base/MethodFrame.h"
 #include "foundation/fs/FileSys.h"
 #include "foundation/text/Charset.h"
@@ -20,6 +23,7 @@
 namespace {
 
 constexpr unsigned kBlock = 1u << 20;
+std::atomic<unsigned> g_block{kBlock};
 // Tag identifying the block's reservation in a memory-failure log entry.
 constexpr int kBlockAllocTag = 1090;
 
@@ -108,7 +112,14 @@ int rewrite(BlockReader& reader, const XString& path, const DataBuffer& find,
                 }
                 return true;
             };
-            replacer.feed(piece, n, last, write);
+            // Handed over in the search's blocks, whatever pieces the rewrite reads.
+            const size_t block = streamblocks::replaceBlock();
+            size_t at = 0;
+            do {
+                const size_t k = std::min(block, n - at);
+                replacer.feed(piece + at, k, last && at + k == n, write);
+                at += k;
+            } while (at < n);
             taken += n;
             sawEnd = last;
             if (writeFailed) return errno = writeErr, false;
@@ -132,7 +143,7 @@ int rewrite(BlockReader& reader, const XString& path, const DataBuffer& find,
 int replaceStrings(const XString& path, const XString& charset, const XString& str1,
                    const XString& str2, FrameBase& f) {
     LogBase& log = f.log();
-    BlockReader reader(kBlock);
+    BlockReader reader(streamblocks::replaceBlock());
     if (!reader.open(path, kBlockAllocTag, log)) return -1;
     unsigned got = 0;
     bool last = false;
@@ -161,6 +172,18 @@ int replaceStrings(const XString& path, const XString& charset, const XString& s
 }
 
 }  // namespace
+
+namespace streamblocks {
+
+unsigned replaceBlock() {
+    return g_block.load(std::memory_order_relaxed);
+}
+
+void setReplaceBlockForTest(unsigned bytes) {
+    g_block.store(bytes == 0 ? kBlock : std::max(bytes, 4u), std::memory_order_relaxed);
+}
+
+}  // namespace streamblocks
 
 int ClsFileAccess::ReplaceStrings(XString& path, XString& charset, XString& str1, XString& str2) {
     ObjectFrame f(*this, "ReplaceStrings");

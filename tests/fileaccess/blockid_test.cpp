@@ -12,6 +12,7 @@
 #include <string>
 
 #include "LogProbe.h"
+#include "fileaccess/StreamBlocks.h"
 
 // Sanitizers reserve terabytes of address space, which a limit on it cannot leave room for.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -132,34 +133,45 @@ TEST_F(BlockIdTest, EncodedReadsFollowTheLoad) {
     }
 }
 
-// Files that end around the read's block edges (15 << 14 bytes, whole groups of every
-// encoding) and around each encoding's group: the text of one encoding of the whole file.
-// Line breaks and blanks are strewn so that quoted-printable's look-ahead crosses the edges.
+// Files that end within 7 bytes of every edge between the read's blocks (whole groups of
+// every encoding), in the usual blocks and in blocks of 30 bytes: the text of one encoding of
+// the whole file. Line breaks and blanks are strewn so that quoted-printable's look-ahead
+// crosses the edges.
 TEST_F(BlockIdTest, EncodedReadsAtEveryBlockAndGroupEdge) {
-    constexpr size_t kBlock = 15u << 14;
-    std::mt19937 rng(9);
-    std::string bytes(2 * kBlock + 8, '\0');
-    for (char& c : bytes) c = rng() % 4 ? static_cast<char>(rng()) : " \r\n\t"[rng() % 4];
-    // A blank that stays one across the first edge, a line break split by the second.
-    bytes.replace(kBlock - 1, 2, " x");
-    bytes.replace(2 * kBlock - 1, 2, "\r\n");
-    for (size_t size : {size_t{0}, size_t{1}, size_t{2}, size_t{4}, size_t{5}, size_t{7},
-                        kBlock - 1, kBlock, kBlock + 1, kBlock + 4, 2 * kBlock - 2, 2 * kBlock,
-                        2 * kBlock + 3}) {
-        const std::string content = bytes.substr(0, size);
-        XString p = X(writeFile("in.bin", content));
-        for (const char* name : {"hex", "base64", "base64url", "base32", "qp", "url", "ascii"}) {
-            SCOPED_TRACE(std::string(name) + " of " + std::to_string(size) + " bytes");
-            StringBuffer whole;
-            ASSERT_TRUE(bufferOf(content).encodeDB(name, whole));
-            // The bytes as they are end at the first NUL.
-            const std::string want = std::string(name) == "ascii"
-                                         ? whole.str().substr(0, whole.str().find('\0'))
-                                         : whole.str();
-            XString enc(name), text;
-            ASSERT_CALL_OK(fa, fa.ReadBinaryToEncoded(p, enc, text));
-            ASSERT_TRUE(text.getUtf8Sb().str() == want);
-            ASSERT_EQ(value("fileSize"), std::to_string(size));
+    struct Blocks {
+        explicit Blocks(unsigned bytes) { streamblocks::setEncodeBlockForTest(bytes); }
+        ~Blocks() { streamblocks::setEncodeBlockForTest(0); }
+    };
+    for (unsigned wanted : {0u, 30u}) {
+        Blocks blocks(wanted);
+        const size_t block = streamblocks::encodeBlock(), edges = wanted ? 4 : 2;
+        std::mt19937 rng(9);
+        std::string bytes(edges * block + 8, '\0');
+        for (char& c : bytes) c = rng() % 4 ? static_cast<char>(rng()) : " \r\n\t"[rng() % 4];
+        // A blank that stays one across the first edge, a line break split by the second.
+        bytes.replace(block - 1, 2, " x");
+        bytes.replace(2 * block - 1, 2, "\r\n");
+        for (size_t edge = 0; edge <= edges; ++edge) {
+            for (size_t size = edge * block < 7 ? 0 : edge * block - 7; size <= edge * block + 7;
+                 ++size) {
+                const std::string content = bytes.substr(0, size);
+                XString p = X(writeFile("in.bin", content));
+                for (const char* name : {"hex", "base16", "hexlower", "base64", "base64url",
+                                         "base32", "qp", "quoted-printable", "url", "ascii"}) {
+                    SCOPED_TRACE(std::string(name) + " of " + std::to_string(size) +
+                                 " bytes in blocks of " + std::to_string(block));
+                    StringBuffer whole;
+                    ASSERT_TRUE(bufferOf(content).encodeDB(name, whole));
+                    // The bytes as they are end at the first NUL.
+                    const std::string want = std::string(name) == "ascii"
+                                                 ? whole.str().substr(0, whole.str().find('\0'))
+                                                 : whole.str();
+                    XString enc(name), text;
+                    ASSERT_CALL_OK(fa, fa.ReadBinaryToEncoded(p, enc, text));
+                    ASSERT_TRUE(text.getUtf8Sb().str() == want);
+                    ASSERT_EQ(value("fileSize"), std::to_string(size));
+                }
+            }
         }
     }
 }

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "LogProbe.h"
+#include "fileaccess/StreamBlocks.h"
 #include "support/SysCallOverride.h"
 
 namespace {
@@ -141,10 +142,37 @@ TEST_F(ReplaceTest, FileIsRewrittenOnlyWhenSomethingWasReplaced) {
     EXPECT_EQ(fs::status(f).permissions() & fs::perms::all, mode);
 }
 
-// Random files in every marked and unmarked form, rewritten through reads that deliver only a
-// few bytes each, so that occurrences straddle every edge: the same bytes and count as a
-// replacement in one buffer, and a file without an occurrence is left alone.
+// Blocks of a few bytes for the passes of ReplaceStrings while alive.
+class SmallBlocks {
+  public:
+    explicit SmallBlocks(unsigned bytes) { streamblocks::setReplaceBlockForTest(bytes); }
+    ~SmallBlocks() { streamblocks::setReplaceBlockForTest(0); }
+    SmallBlocks(const SmallBlocks&) = delete;
+    SmallBlocks& operator=(const SmallBlocks&) = delete;
+};
+
+// Random files in every marked and unmarked form, searched and rewritten in blocks of a few
+// bytes (and rewritten from reads that deliver only a few bytes each), so that occurrences
+// straddle every edge in both passes: the same bytes and count as a replacement in one
+// buffer, and a file without an occurrence is left alone. First a single occurrence over an
+// edge, of every length up to two blocks and more and at every offset, which only a search
+// across the edge finds.
 TEST_F(ReplaceTest, StreamedReplacementMatchesTheWholeBuffer) {
+    {
+        constexpr unsigned kBlock = 8;
+        SmallBlocks small(kBlock);
+        for (size_t len = 2; len <= 2 * kBlock + 3; ++len) {
+            for (size_t at = 2 * kBlock - len + 1; at < 2 * kBlock; ++at) {
+                SCOPED_TRACE(std::to_string(len) + " bytes at " + std::to_string(at));
+                std::string s1(len, 'b'), text(3 * kBlock + len, '.');
+                s1.front() = 'a';
+                text.replace(at, len, s1);
+                const std::string f = writeFile("t.txt", text);
+                ASSERT_EQ(replace(f, "utf-8", s1.c_str(), "X"), 1) << lastLog(fa);
+                ASSERT_EQ(readFile(f), text.substr(0, at) + "X" + text.substr(at + len));
+            }
+        }
+    }
     struct Form {
         std::string mark;
         size_t width;
@@ -155,12 +183,14 @@ TEST_F(ReplaceTest, StreamedReplacementMatchesTheWholeBuffer) {
                  {"\xFE\xFF", 2, true},
                  {std::string("\0\0\xFE\xFF", 4), 4, true}};
     std::mt19937 rng(3);
-    for (int round = 0; round < 150; ++round) {
+    for (int round = 0; round < 300; ++round) {
         const Form& form = forms[round % 5];
         std::string text(rng() % 1500, 'a'), s1(1 + rng() % 5, 'a'), s2(rng() % 4, 'b');
         for (char& c : text) c = "aab"[rng() % 3];
         for (char& c : s1) c = "ab"[rng() % 2];
-        SCOPED_TRACE(std::to_string(round) + ": " + s1 + " by " + s2);
+        const unsigned block = 4 + rng() % 9;
+        SCOPED_TRACE(std::to_string(round) + ": " + s1 + " by " + s2 + " in blocks of " +
+                     std::to_string(block));
         const std::string file = form.mark + wide(text, form.width, form.bigEndian);
         const std::string find = wide(s1, form.width, form.bigEndian),
                           repl = wide(s2, form.width, form.bigEndian);
@@ -173,6 +203,7 @@ TEST_F(ReplaceTest, StreamedReplacementMatchesTheWholeBuffer) {
         stat(f.c_str(), &before);
         int got;
         {
+            SmallBlocks small(block);
             SysCallOverride o;
             o.limitTransfers(1 + rng() % 40);
             got = replace(f, "utf-8", s1.c_str(), s2.c_str());
