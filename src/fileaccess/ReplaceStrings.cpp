@@ -92,48 +92,114 @@ void countRest(BlockReader& reader, uint64_t offset, StreamReplacer& replacer, L
     }
 }
 
-// Rewrites the file with every occurrence replaced. Logs "n" after the rewrite's own lines
+// Passes entries on to the method's log until muted: a rewrite given up on purpose reports
+// nothing of the failure that ends it.
+class MutableLog : public LogBase {
+  public:
+    explicit MutableLog(LogBase& to) : m_to(to) { m_verboseLogging = to.m_verboseLogging; }
+    void mute() { m_muted = true; }
+
+    bool LogError(const char* msg) override { return m_muted || m_to.LogError(msg); }
+    bool LogInfo(const char* msg) override { return m_muted || m_to.LogInfo(msg); }
+    void LogData(const char* name, const char* value) override {
+        if (!m_muted) m_to.LogData(name, value);
+    }
+    void EnterContext(const char* name) override {
+        if (m_muted)
+            ++m_mutedDepth;
+        else
+            m_to.EnterContext(name);
+    }
+    bool LeaveContext() override {
+        if (m_mutedDepth == 0) return m_to.LeaveContext();
+        --m_mutedDepth;
+        return true;
+    }
+
+  private:
+    LogBase& m_to;
+    bool m_muted = false;
+    int m_mutedDepth = 0;  // contexts entered while muted, not passed on
+};
+
+// The rewrite's filter: replaces in the old content as its pieces come, and keeps what the
+// outcome depends on.
+class RewriteFilter {
+  public:
+    RewriteFilter(const DataBuffer& find, const DataBuffer& repl, MutableLog& log)
+        : m_replacer(replacerFor(find, repl)), m_log(log) {}
+
+    bool take(const unsigned char* piece, size_t n, bool last, const FileSys::Emit& emit) {
+        // A failed write does not stop the replacer inside the piece: it takes whole pieces,
+        // so that a count after a failure can go on where the rewrite stopped.
+        const StreamReplacer::Emit write = [&](const unsigned char* p, size_t k) {
+            if (!m_writeFailed && !emit(p, k)) {
+                m_writeFailed = true;
+                m_writeErr = errno;
+            }
+            return true;
+        };
+        // Handed over in the search's blocks, whatever pieces the rewrite reads.
+        const size_t block = streamblocks::replaceBlock();
+        size_t at = 0;
+        do {
+            const size_t k = std::min(block, n - at);
+            m_replacer.feed(piece + at, k, last && at + k == n, write);
+            at += k;
+        } while (at < n);
+        m_taken += n;
+        m_sawEnd = last;
+        if (m_writeFailed) return errno = m_writeErr, false;
+        m_tooMany = m_replacer.count() > INT_MAX;
+        if (m_tooMany) return errno = EOVERFLOW, false;
+        // The file changed since the search found an occurrence, and now has none: the new
+        // file goes, and the old one stays as it is.
+        m_gaveUp = last && m_replacer.count() == 0;
+        if (m_gaveUp) {
+            m_log.mute();
+            return errno = ECANCELED, false;
+        }
+        return true;
+    }
+
+    StreamReplacer& replacer() { return m_replacer; }
+    uint64_t taken() const { return m_taken; }
+    bool sawEnd() const { return m_sawEnd; }
+    bool tooMany() const { return m_tooMany; }
+    bool gaveUp() const { return m_gaveUp; }
+
+  private:
+    StreamReplacer m_replacer;
+    MutableLog& m_log;
+    uint64_t m_taken = 0;  // bytes of the old content the replacer has been given
+    bool m_sawEnd = false, m_tooMany = false, m_gaveUp = false, m_writeFailed = false;
+    int m_writeErr = 0;
+};
+
+// Rewrites the file with every occurrence replaced. The new file takes the old one's place
+// only when the rewrite itself replaced something. Logs "n" after the rewrite's own lines
 // (-1 when there are more than the count can hold) and returns the count, or -1.
 int rewrite(BlockReader& reader, const XString& path, const DataBuffer& find,
             const DataBuffer& repl, LogBase& log) {
-    StreamReplacer replacer = replacerFor(find, repl);
-    uint64_t taken = 0;  // bytes of the old content the replacer has been given
-    bool sawEnd = false, tooMany = false, writeFailed = false;
-    int writeErr = 0;
+    MutableLog saveLog(log);
+    RewriteFilter filter(find, repl, saveLog);
     const bool ok = FileSys::transformFileUtf8(
         path.getUtf8(),
         [&](const unsigned char* piece, size_t n, bool last, const FileSys::Emit& emit) {
-            // A failed write does not stop the replacer inside the piece: it takes whole
-            // pieces, so that a count after a failure can go on where the rewrite stopped.
-            const StreamReplacer::Emit write = [&](const unsigned char* p, size_t k) {
-                if (!writeFailed && !emit(p, k)) {
-                    writeFailed = true;
-                    writeErr = errno;
-                }
-                return true;
-            };
-            // Handed over in the search's blocks, whatever pieces the rewrite reads.
-            const size_t block = streamblocks::replaceBlock();
-            size_t at = 0;
-            do {
-                const size_t k = std::min(block, n - at);
-                replacer.feed(piece + at, k, last && at + k == n, write);
-                at += k;
-            } while (at < n);
-            taken += n;
-            sawEnd = last;
-            if (writeFailed) return errno = writeErr, false;
-            tooMany = replacer.count() > INT_MAX;
-            if (tooMany) errno = EOVERFLOW;
-            return !tooMany;
+            return filter.take(piece, n, last, emit);
         },
-        &log);
-    if (tooMany) {
+        &saveLog);
+    if (filter.tooMany()) {
         log.LogError("Unable to replace: more occurrences than the count can hold.");
         log.LogDataLong("n", -1);
         return -1;
     }
-    if (!ok && !sawEnd) countRest(reader, taken, replacer, log);
+    if (filter.gaveUp()) {
+        log.LogDataLong("n", 0);
+        return 0;
+    }
+    StreamReplacer& replacer = filter.replacer();
+    if (!ok && !filter.sawEnd()) countRest(reader, filter.taken(), replacer, log);
     log.LogDataLong("n", replacer.count() > INT_MAX ? -1L : static_cast<long>(replacer.count()));
     return ok ? static_cast<int>(replacer.count()) : -1;
 }

@@ -1,6 +1,8 @@
 // Replacing strings inside a file: counts, the encoding chosen by a byte-order mark or by the
 // caller, the refusals, and the rewrite only when something changed.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -11,6 +13,7 @@
 
 #include "LogProbe.h"
 #include "fileaccess/StreamBlocks.h"
+#include "foundation/fs/SysCalls.h"
 #include "support/SysCallOverride.h"
 
 namespace {
@@ -140,6 +143,72 @@ TEST_F(ReplaceTest, FileIsRewrittenOnlyWhenSomethingWasReplaced) {
     EXPECT_EQ(replace(f, "utf-8", "see", "say"), 1);
     EXPECT_NE(fs::last_write_time(f), old);
     EXPECT_EQ(fs::status(f).permissions() & fs::perms::all, mode);
+}
+
+// Another writer at work between the search and the rewrite: just before the rewrite opens
+// the file for writing, its content is overwritten in place (same inode) and its times set
+// to a day long past.
+class ChangeBeforeRewrite {
+  public:
+    ChangeBeforeRewrite(const std::string& path, const std::string& content) {
+        s_path = path;
+        s_content = content;
+        s_done = false;
+        sysCalls().open = [](const char* p, int flags, mode_t mode) {
+            if (!s_done && (flags & O_ACCMODE) == O_RDWR && s_path == p) {
+                s_done = true;
+                int fd = realSysCalls().open(p, O_WRONLY, 0);
+                const struct timespec past[2] = {{kPast, 0}, {kPast, 0}};
+                struct stat st {};
+                if (fd < 0 || pwrite(fd, s_content.data(), s_content.size(), 0) < 0 ||
+                    futimens(fd, past) != 0 || fstat(fd, &st) != 0)
+                    s_done = false;
+                s_changed = st.st_ctim;
+                if (fd >= 0) close(fd);
+            }
+            return realSysCalls().open(p, flags, mode);
+        };
+    }
+    ~ChangeBeforeRewrite() { sysCalls().open = realSysCalls().open; }
+    ChangeBeforeRewrite(const ChangeBeforeRewrite&) = delete;
+    ChangeBeforeRewrite& operator=(const ChangeBeforeRewrite&) = delete;
+    static bool done() { return s_done; }
+    // When the other writer last changed the file's inode.
+    static struct timespec changed() { return s_changed; }
+
+    static constexpr time_t kPast = 1577836800;  // 2020-01-01
+
+  private:
+    static inline std::string s_path, s_content;
+    static inline bool s_done = false;
+    static inline struct timespec s_changed {};
+};
+
+// The file loses its occurrences between the search, which found one, and the rewrite, which
+// finds none: 0 and success as for a file without one, no error line, and the file left as
+// the other writer left it (same inode, same modification time, its inode not changed
+// since); the new file is gone.
+TEST_F(ReplaceTest, AFileThatChangedBetweenThePassesIsLeftAlone) {
+    const std::string f = writeFile("t.txt", "one two one");
+    struct stat before {};
+    ASSERT_EQ(stat(f.c_str(), &before), 0);
+    {
+        ChangeBeforeRewrite change(f, "uno two uno");
+        EXPECT_EQ(replace(f, "utf-8", "one", "1"), 0) << lastLog(fa);
+        ASSERT_TRUE(ChangeBeforeRewrite::done());
+    }
+    EXPECT_EQ(readFile(f), "uno two uno");
+    struct stat after {};
+    ASSERT_EQ(stat(f.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mtim.tv_sec, ChangeBeforeRewrite::kPast);
+    EXPECT_EQ(after.st_ctim.tv_sec, ChangeBeforeRewrite::changed().tv_sec);
+    EXPECT_EQ(after.st_ctim.tv_nsec, ChangeBeforeRewrite::changed().tv_nsec);
+    EXPECT_EQ(value("n") + " " + lastLine(), "0 Success.");
+    EXPECT_EQ(errorCount(), 0) << lastLog(fa);
+    size_t entries = 0;
+    for (const auto& entry : fs::directory_iterator(dir())) entries += !entry.path().empty();
+    EXPECT_EQ(entries, 1u);
 }
 
 // Blocks of a few bytes for the passes of ReplaceStrings while alive.
