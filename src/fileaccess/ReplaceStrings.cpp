@@ -14,6 +14,7 @@
 
 #include "fileaccess/BlockReader.h"
 #include "fileaccess/ClsFileAccess.h"
+#include "fileaccess/ReplaceLimits.h"
 #include "fileaccess/StreamBlocks.h"
 #include "foundation/base/MethodFrame.h"
 #include "foundation/fs/FileSys.h"
@@ -24,6 +25,7 @@ namespace {
 
 constexpr unsigned kBlock = 1u << 20;
 std::atomic<unsigned> g_block{kBlock};
+std::atomic<long long> g_countLimit{INT_MAX};
 // Tag identifying the block's reservation in a memory-failure log entry.
 constexpr int kBlockAllocTag = 1090;
 
@@ -150,7 +152,7 @@ class RewriteFilter {
         m_taken += n;
         m_sawEnd = last;
         if (m_writeFailed) return errno = m_writeErr, false;
-        m_tooMany = m_replacer.count() > INT_MAX;
+        m_tooMany = m_replacer.count() > static_cast<uint64_t>(replacelimits::countLimit());
         if (m_tooMany) return errno = EOVERFLOW, false;
         // The file changed since the search found an occurrence, and now has none: the new
         // file goes, and the old one stays as it is.
@@ -200,7 +202,8 @@ int rewrite(BlockReader& reader, const XString& path, const DataBuffer& find,
     }
     StreamReplacer& replacer = filter.replacer();
     if (!ok && !filter.sawEnd()) countRest(reader, filter.taken(), replacer, log);
-    log.LogDataLong("n", replacer.count() > INT_MAX ? -1L : static_cast<long>(replacer.count()));
+    const bool countable = replacer.count() <= static_cast<uint64_t>(replacelimits::countLimit());
+    log.LogDataLong("n", countable ? static_cast<long>(replacer.count()) : -1L);
     return ok ? static_cast<int>(replacer.count()) : -1;
 }
 
@@ -250,6 +253,18 @@ void setReplaceBlockForTest(unsigned bytes) {
 }
 
 }  // namespace streamblocks
+
+namespace replacelimits {
+
+long long countLimit() {
+    return g_countLimit.load(std::memory_order_relaxed);
+}
+
+void setCountLimitForTest(long long count) {
+    g_countLimit.store(count > 0 && count < INT_MAX ? count : INT_MAX, std::memory_order_relaxed);
+}
+
+}  // namespace replacelimits
 
 int ClsFileAccess::ReplaceStrings(XString& path, XString& charset, XString& str1, XString& str2) {
     ObjectFrame f(*this, "ReplaceStrings");

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "LogProbe.h"
+#include "fileaccess/ReplaceLimits.h"
 #include "fileaccess/StreamBlocks.h"
 #include "foundation/fs/SysCalls.h"
 #include "support/SysCallOverride.h"
@@ -186,29 +187,76 @@ class ChangeBeforeRewrite {
 
 // The file loses its occurrences between the search, which found one, and the rewrite, which
 // finds none: 0 and success as for a file without one, no error line, and the file left as
-// the other writer left it (same inode, same modification time, its inode not changed
-// since); the new file is gone.
+// the other writer left it, same inode and modification time; the new file is gone. An
+// ordinary file's inode has not changed since; a file with a second hard link, rewritten in
+// place, has its old content and times put back.
 TEST_F(ReplaceTest, AFileThatChangedBetweenThePassesIsLeftAlone) {
-    const std::string f = writeFile("t.txt", "one two one");
-    struct stat before {};
-    ASSERT_EQ(stat(f.c_str(), &before), 0);
-    {
-        ChangeBeforeRewrite change(f, "uno two uno");
-        EXPECT_EQ(replace(f, "utf-8", "one", "1"), 0) << lastLog(fa);
-        ASSERT_TRUE(ChangeBeforeRewrite::done());
+    for (bool hardLinked : {false, true}) {
+        SCOPED_TRACE(hardLinked ? "hard-linked" : "ordinary");
+        const std::string f = writeFile("t.txt", "one two one");
+        ASSERT_TRUE(!hardLinked || link(f.c_str(), path("link").c_str()) == 0);
+        struct stat before {};
+        ASSERT_EQ(stat(f.c_str(), &before), 0);
+        {
+            ChangeBeforeRewrite change(f, "uno two uno");
+            EXPECT_EQ(replace(f, "utf-8", "one", "1"), 0) << lastLog(fa);
+            ASSERT_TRUE(ChangeBeforeRewrite::done());
+        }
+        EXPECT_EQ(readFile(f), "uno two uno");
+        struct stat after {};
+        ASSERT_EQ(stat(f.c_str(), &after), 0);
+        EXPECT_EQ(after.st_ino, before.st_ino);
+        EXPECT_EQ(after.st_mtim.tv_sec, ChangeBeforeRewrite::kPast);
+        if (!hardLinked) {
+            EXPECT_EQ(after.st_ctim.tv_sec, ChangeBeforeRewrite::changed().tv_sec);
+            EXPECT_EQ(after.st_ctim.tv_nsec, ChangeBeforeRewrite::changed().tv_nsec);
+        }
+        EXPECT_EQ(value("n") + " " + lastLine(), "0 Success.");
+        EXPECT_EQ(errorCount(), 0) << lastLog(fa);
+        size_t entries = 0;
+        for (const auto& entry : fs::directory_iterator(dir())) entries += !entry.path().empty();
+        EXPECT_EQ(entries, hardLinked ? 2u : 1u);
+        if (hardLinked) fs::remove(path("link"));
     }
-    EXPECT_EQ(readFile(f), "uno two uno");
-    struct stat after {};
-    ASSERT_EQ(stat(f.c_str(), &after), 0);
-    EXPECT_EQ(after.st_ino, before.st_ino);
-    EXPECT_EQ(after.st_mtim.tv_sec, ChangeBeforeRewrite::kPast);
-    EXPECT_EQ(after.st_ctim.tv_sec, ChangeBeforeRewrite::changed().tv_sec);
-    EXPECT_EQ(after.st_ctim.tv_nsec, ChangeBeforeRewrite::changed().tv_nsec);
-    EXPECT_EQ(value("n") + " " + lastLine(), "0 Success.");
-    EXPECT_EQ(errorCount(), 0) << lastLog(fa);
-    size_t entries = 0;
-    for (const auto& entry : fs::directory_iterator(dir())) entries += !entry.path().empty();
-    EXPECT_EQ(entries, 1u);
+}
+
+// More occurrences than the count can hold (a limit lowered for the test): -1, the error line
+// and "n: -1", and the file as it was, to the nanosecond of its modification time, with
+// nothing left beside it. An ordinary file's new copy is dropped; a file with a second hard
+// link is rewritten in place and put back. Just at the limit the replacement goes through.
+TEST_F(ReplaceTest, MoreOccurrencesThanTheCountHoldsLeaveTheFileAsItWas) {
+    struct LowLimit {
+        LowLimit() { replacelimits::setCountLimitForTest(3); }
+        ~LowLimit() { replacelimits::setCountLimitForTest(0); }
+    } lowLimit;
+    for (bool hardLinked : {false, true}) {
+        SCOPED_TRACE(hardLinked ? "hard-linked" : "ordinary");
+        const std::string f = writeFile("t.txt", "x x x x x");
+        ASSERT_TRUE(!hardLinked || link(f.c_str(), path("link").c_str()) == 0);
+        const struct timespec past[2] = {{ChangeBeforeRewrite::kPast, 123456789},
+                                         {ChangeBeforeRewrite::kPast, 987654321}};
+        ASSERT_EQ(utimensat(AT_FDCWD, f.c_str(), past, 0), 0);
+        struct stat before {};
+        ASSERT_EQ(stat(f.c_str(), &before), 0);
+        EXPECT_EQ(replace(f, "utf-8", "x", "y"), -1);
+        EXPECT_EQ(readFile(f), "x x x x x");
+        struct stat after {};
+        ASSERT_EQ(stat(f.c_str(), &after), 0);
+        EXPECT_EQ(after.st_ino, before.st_ino);
+        EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+        EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+        EXPECT_TRUE(fa.lastErrorLog().contains(
+            "Unable to replace: more occurrences than the count can hold."))
+            << lastLog(fa);
+        EXPECT_EQ(value("n") + " " + lastLine(), "-1 Failed.");
+        size_t entries = 0;
+        for (const auto& entry : fs::directory_iterator(dir())) entries += !entry.path().empty();
+        EXPECT_EQ(entries, hardLinked ? 2u : 1u);
+        if (hardLinked) fs::remove(path("link"));
+    }
+    const std::string f = writeFile("t.txt", "x x x");
+    EXPECT_EQ(replace(f, "utf-8", "x", "y"), 3) << lastLog(fa);
+    EXPECT_EQ(readFile(f), "y y y");
 }
 
 // Blocks of a few bytes for the passes of ReplaceStrings while alive.
