@@ -5,7 +5,8 @@
 // depend on the file's size and files of any size can be handled. The file is first read only
 // as far as its first occurrence: a file without one is left alone (same inode, same times).
 // Otherwise it is rewritten through the file-system layer's careful rewrite, which keeps its
-// owner, group and mode.
+// owner, group and mode; the new content takes the old one's place only when the rewrite
+// itself replaced something, since the file may have changed after the search.
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -24,6 +25,7 @@
 namespace {
 
 constexpr unsigned kBlock = 1u << 20;
+// The blocks of both passes, and the most occurrences one call replaces: tests lower both.
 std::atomic<unsigned> g_block{kBlock};
 std::atomic<long long> g_countLimit{INT_MAX};
 // Tag identifying the block's reservation in a memory-failure log entry.
