@@ -184,8 +184,15 @@ TEST_F(BlockIdTest, EncodedReadsAtEveryBlockAndGroupEdge) {
 // it could never finish, and the read still decides the result and the size logged. The
 // smallest sizes that pass the limit; ascii starts with text that would fit.
 TEST_F(BlockIdTest, ATextTooLongForOneStringIsGivenUpAtOnce) {
-    const std::string shm = makeDirOnOtherDevice(dir()),
-                      file = (shm.empty() ? dir() : shm) + "/big";
+    // The directory on the memory file system is not the fixture's: removed however the
+    // test ends.
+    struct OwnDir {
+        std::string path;
+        ~OwnDir() {
+            if (!path.empty()) std::filesystem::remove_all(path);
+        }
+    } shm{makeDirOnOtherDevice(dir())};
+    const std::string file = (shm.path.empty() ? dir() : shm.path) + "/big";
     struct Case {
         const char* encoding;
         uint64_t size;
@@ -210,8 +217,6 @@ TEST_F(BlockIdTest, ATextTooLongForOneStringIsGivenUpAtOnce) {
         EXPECT_EQ(value("fileSize"), std::to_string(c.size));
         EXPECT_EQ(lastLine(), "Success.");
     }
-    std::filesystem::remove(file);
-    if (!shm.empty()) std::filesystem::remove(shm);
     // Blocks of the read, nothing that grows with the file.
     EXPECT_LT(peakResidentKiB() - peakBefore, 64 * 1024);
 }
