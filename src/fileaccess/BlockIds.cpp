@@ -1,11 +1,16 @@
 // Block identifiers and whole files read as encoded text.
 //
 // Both turn bytes into text through the buffer layer's binary-to-text encoder.
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <new>
+#include <string>
 
 #include "fileaccess/BlockReader.h"
 #include "fileaccess/ClsFileAccess.h"
+#include "fileaccess/StreamBlocks.h"
 #include "foundation/base/MethodFrame.h"
 #include "foundation/text/Encodings.h"
 #include "foundation/text/LargeBlocks.h"
@@ -45,17 +50,20 @@ bool genBlockId(int index, int length, const XString& encoding, XString& out, Lo
 // so that encoding them one by one gives the text of one encoding of the whole; small enough
 // to stay in the second-level cache between the read that fills one and its encoding.
 constexpr unsigned kEncodeBlock = 15u << 14;
-// Tag identifying the block's reservation in a memory-failure log entry.
+std::atomic<unsigned> g_encodeBlock{kEncodeBlock};
+// Tags identifying the block's and the output's reservations in a memory-failure log entry.
 constexpr int kEncodeAllocTag = 1095;
+constexpr int kOutputAllocTag = 1096;
 
 // Encodes the reader's blocks onto `text` while `encoding` holds; it is cleared for good at
 // the first NUL of an encoding that takes bytes as C text. False when a read fails; `spoiled`
-// when the encoder gave up (text too long for it).
-bool encodeBlocks(BlockReader& reader, BlockEncoder& encoder, bool encoding, StringBuffer& text,
-                  long long& total, bool& spoiled, LogBase& log) {
-    // The output's pages are made ready on a second thread, ahead of the encoder.
+// when the encoder gave up (text too long for it). The output's pages are made ready on a
+// second thread, ahead of the encoder, as far as the text is sure to reach (`expected`).
+bool encodeBlocks(BlockReader& reader, BlockEncoder& encoder, bool encoding, uint64_t expected,
+                  StringBuffer& text, long long& total, bool& spoiled, LogBase& log) {
     std::string& room = text.str();
-    PrefaultAhead warm(room.data() + room.size(), room.capacity() - room.size());
+    const uint64_t ahead = std::min<uint64_t>(room.capacity() - room.size(), expected);
+    PrefaultAhead warm(room.data() + room.size(), static_cast<size_t>(ahead));
     const unsigned char* block = reader.block();
     for (bool last = false; !last;) {
         unsigned got = 0;
@@ -76,21 +84,50 @@ bool encodeBlocks(BlockReader& reader, BlockEncoder& encoder, bool encoding, Str
     return true;
 }
 
+// The output's memory cannot be had: false, with the output empty and its memory given back.
+bool outputMemoryFailed(XString& out, uint64_t size, LogBase& log) {
+    out.clear();
+    std::string().swap(out.getUtf8Sb_rw().str());
+    log.MemoryAllocFailed(kOutputAllocTag,
+                          static_cast<unsigned>(std::min<uint64_t>(size, UINT32_MAX)));
+    return false;
+}
+
 // Reads the file block by block and encodes each block onto the output, which is reserved
 // once from the file's size: the output is the only allocation that grows with the file.
-// Only the read decides the result: an encoding the encoder does not know, or text too long
-// for it, leaves the output empty, as one encoding of the whole would.
+// The read decides the result: an encoding the encoder does not know, or text too long for
+// one string, leaves the output empty, as one encoding of the whole would, and the result
+// true. A text of exact length too long for a string is given up before it is begun (the
+// file is still read, for the result and its size); url and quoted-printable stop where
+// they would pass the limit. Memory that cannot be had for the output fails the call.
 bool readBinaryToEncoded(const XString& path, const XString& name, XString& out, LogBase& log) {
     out.clear();
-    BlockReader reader(kEncodeBlock);
+    BlockReader reader(streamblocks::encodeBlock());
     if (!reader.open(path, kEncodeAllocTag, log)) return false;
     BlockEncoder encoder;
     bool encoding = encoder.select(name.getUtf8());
     StringBuffer& text = out.getUtf8Sb_rw();
-    if (encoding) encoder.reserve(text, static_cast<uint64_t>(reader.fileSize()));
+    const uint64_t size = static_cast<uint64_t>(std::max(reader.fileSize(), 0LL));
+    uint64_t expected = 0;
+    if (encoding) {
+        switch (encoder.reserve(text, size)) {
+            case BlockEncoder::Room::Reserved:
+                expected = encoder.exactLength() ? encoder.textBound(size) : size;
+                break;
+            case BlockEncoder::Room::TooLong:
+                encoding = false;
+                break;
+            case BlockEncoder::Room::NoMemory:
+                return outputMemoryFailed(out, encoder.textBound(size), log);
+        }
+    }
     long long total = 0;
-    bool spoiled = false;
-    bool read = encodeBlocks(reader, encoder, encoding, text, total, spoiled, log);
+    bool spoiled = false, read = false;
+    try {
+        read = encodeBlocks(reader, encoder, encoding, expected, text, total, spoiled, log);
+    } catch (const std::bad_alloc&) {
+        return outputMemoryFailed(out, uint64_t{text.getSize()} * 2, log);
+    }
     if (!read || spoiled) out.clear();
     if (!read) return false;
     log.LogDataInt64("fileSize", total);
@@ -98,6 +135,19 @@ bool readBinaryToEncoded(const XString& path, const XString& name, XString& out,
 }
 
 }  // namespace
+
+namespace streamblocks {
+
+unsigned encodeBlock() {
+    return g_encodeBlock.load(std::memory_order_relaxed);
+}
+
+void setEncodeBlockForTest(unsigned bytes) {
+    g_encodeBlock.store(bytes == 0 ? kEncodeBlock : std::max(bytes / 15 * 15, 15u),
+                        std::memory_order_relaxed);
+}
+
+}  // namespace streamblocks
 
 bool ClsFileAccess::GenBlockId(int index, int length, XString& encoding, XString& out) {
     StandardFrame f(*this, "GenBlockId");

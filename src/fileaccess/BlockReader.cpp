@@ -3,13 +3,18 @@
 #include <new>
 
 bool BlockReader::open(const XString& path, int allocTag, LogBase& log) {
-    if (!m_src.openDataSourceFile(path, log)) return false;
+    return m_src.openDataSourceFile(path, log) && reserveBlock(allocTag, log);
+}
+
+bool BlockReader::restartAt(long long offset, int allocTag, LogBase& log) {
+    return m_src.seekSource(offset, log) && (m_block || reserveBlock(allocTag, log));
+}
+
+bool BlockReader::reserveBlock(int allocTag, LogBase& log) {
     m_block.reset(new (std::nothrow) unsigned char[m_blockSize]);
-    if (!m_block) {
-        log.MemoryAllocFailed(allocTag, m_blockSize);
-        return false;
-    }
-    return true;
+    if (m_block) return true;
+    log.MemoryAllocFailed(allocTag, m_blockSize);
+    return false;
 }
 
 bool BlockReader::next(unsigned& got, bool& last, LogBase& log) {

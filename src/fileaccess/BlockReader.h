@@ -20,6 +20,9 @@ class BlockReader {
     // is shorter than a whole block, which happens only at the end of the file. False on a
     // read error (logged), with got 0.
     bool next(unsigned& got, bool& last, LogBase& log);
+    // Makes the next block start `offset` bytes from the file's start, reserving the block
+    // again if it was released. False (logged as open is) on failure.
+    bool restartAt(long long offset, int allocTag, LogBase& log);
 
     unsigned char* block() { return m_block.get(); }
     unsigned blockSize() const { return m_blockSize; }
@@ -29,6 +32,8 @@ class BlockReader {
     void releaseBlock() { m_block.reset(); }
 
   private:
+    bool reserveBlock(int allocTag, LogBase& log);
+
     _ovFileDataSource m_src;
     std::unique_ptr<unsigned char[]> m_block;
     unsigned m_blockSize;

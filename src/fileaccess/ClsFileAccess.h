@@ -414,12 +414,14 @@ class FA_API ClsFileAccess : public ClsBase {
     /// encoding and replaced as bytes, left to right and without overlap. The encoding is the
     /// charset named `charset` (UTF-8 for a name the charset layer does not know), unless the file
     /// has at least 4 bytes and begins with FF FE (UTF-16LE), FE FF (UTF-16BE) or 00 00 FE FF
-    /// (UTF-32BE); the mark stays in the file. A file without an occurrence is not rewritten;
+    /// (UTF-32BE); the mark stays in the file. A file without an occurrence is not rewritten, nor
+    /// one that no longer holds one when the rewrite reads it (another writer at work; 0);
     /// otherwise a failed rewrite leaves it as it was, and it keeps its owner, group, mode and
     /// extended attributes. -1 also for an empty `str1` ("str1 is empty."), a string the encoding
     /// cannot hold ("Unable to get str1 in specified charset.", likewise for str2) and more than
-    /// 2,147,483,647 occurrences. Logs "n" (the count, or -1) and a success/failure line, except
-    /// when the file cannot be read at all.
+    /// 2,147,483,647 occurrences (the file left as it was). Logs "n" (the count of every
+    /// occurrence in the file, also when the rewrite fails, or -1) after the rewrite's own lines,
+    /// and a success/failure line, except when the file cannot be read at all.
     int ReplaceStrings(XString& path, XString& charset, XString& str1, XString& str2);
     /// Empties `out`, then makes the identifier of block `index` in it. The identifier is the index
     /// in decimal, left-filled with "0" to exactly `length` characters (the zeros go before a minus
@@ -433,8 +435,9 @@ class FA_API ClsFileAccess : public ClsBase {
     /// `encoding`. Names are as for `GenBlockId`; the text is what one encoding of the whole file
     /// gives. True when the file was read: an unknown encoding, or text that would pass 4 GiB,
     /// leaves `out` empty with true, and for "ascii" the text ends before the file's first NUL
-    /// byte. False, with `out` empty, when the file cannot be read. Logs "fileSize" after a
-    /// complete read, and a success/failure line.
+    /// byte. False, with `out` empty, when the file cannot be read, or when the memory for the
+    /// text cannot be had ("Memory allocation failed."). Logs "fileSize" after a complete read,
+    /// and a success/failure line.
     bool ReadBinaryToEncoded(XString& path, XString& encoding, XString& out);
 
     // ----- records between markers; shortcut files -----

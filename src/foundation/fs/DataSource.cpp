@@ -86,6 +86,15 @@ bool _ovFileDataSource::openDataSourceFile(const XString& path, LogBase& log) {
 
 long long _ovFileDataSource::getFileSize64(LogBase* log) { return m_handle.fileSize64(log); }
 
+bool _ovFileDataSource::seekSource(long long offset, LogBase& log) {
+    if (!m_handle.setFilePointerAbsolute(offset, &log)) return false;
+    m_blockPos = m_blockLen = 0;
+    m_delivered = offset;
+    m_eof = false;
+    m_sourceFlags = 0;
+    return true;
+}
+
 bool _ovFileDataSource::endOfStream() {
     if (!m_handle.isHandleOpen()) return true;
     if (m_blockPos < m_blockLen) return false;

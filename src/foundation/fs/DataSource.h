@@ -50,6 +50,9 @@ public:
     // Opens a regular file; anything else is refused (never opened in a way that blocks).
     bool openDataSourceFile(const XString& path, LogBase& log);
     long long getFileSize64(LogBase* log);
+    // Moves the next read to `offset` bytes from the file's start, dropping what was read
+    // ahead. False (logged) when the file cannot seek there.
+    bool seekSource(long long offset, LogBase& log);
     // The open file's identity.
     const FileId& fileId() const { return m_id; }
 

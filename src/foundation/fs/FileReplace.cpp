@@ -252,9 +252,17 @@ class Replacement {
         const int old = m_oldFd.fd();
         long long copied = 0;
         const char* op = nullptr;
-        return sysCalls().lseek(backup, 0, SEEK_SET) == 0 &&
-               sysCalls().lseek(old, 0, SEEK_SET) == 0 && ftruncateRetry(old, 0) == 0 &&
-               copyFdToFd(backup, old, copied, op) && flushToDevice(old) == 0;
+        const bool back = sysCalls().lseek(backup, 0, SEEK_SET) == 0 &&
+                          sysCalls().lseek(old, 0, SEEK_SET) == 0 && ftruncateRetry(old, 0) == 0 &&
+                          copyFdToFd(backup, old, copied, op);
+        // With its old bytes the file takes its old time stamps again, as if never rewritten.
+        // They are only what a reader of the times sees: where they cannot be set, the content
+        // is back all the same.
+        if (back) {
+            const struct timespec times[2] = {statAccessTime(m_old), statModTime(m_old)};
+            sysCalls().futimens(old, times);
+        }
+        return back && flushToDevice(old) == 0;
     }
 
     void fill(int fd, int oldContent, bool flush, Failure& f) {

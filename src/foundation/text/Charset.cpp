@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "foundation/text/CharsetAliases.h"
 #include "foundation/text/Convert.h"
 #include "foundation/text/DataBuffer.h"
 
@@ -123,13 +124,18 @@ int patternCodePage(const std::string& lower) {
 
 // ----- names iconv knows and the tables do not -----
 //
-// iconv has many names for one charset (L1, CP819 and IBM819 are ISO-8859-1), and some of
-// them write a byte-order mark before every output (glibc's UTF16, UTF32, CSUNICODE). Such a
-// name is matched with the known converter that converts exactly as it does: the same bytes
-// for each of a set of characters (from every script the table's code pages hold), a mark
-// put before every output aside, and the same text for every single byte. A match takes that
-// converter and its code page; the Unicode forms among them name their byte order and write
-// no mark. A name that matches nothing keeps its own converter and has no code page.
+// iconv has many names for one charset (L1, CP819 and IBM819 are ISO-8859-1). Such a name is
+// matched with a known converter in two steps: a quick comparison of what both make of a set of
+// characters (from every script the table's code pages hold) and of every single byte, then,
+// for a converter that passes it, the full comparison of convertsAlike. A match takes that
+// converter and its code page. Vendor variants that agree on the probes but not everywhere
+// (EUC-JP-MS and EUC-JP, IBM9448 and CP1256) keep their own converters.
+//
+// The names whose converters write a byte-order mark before every output (glibc's UTF16, UTF32
+// and CSUNICODE) are forms of Unicode whose decoders take a leading mark for a byte order, so
+// no full comparison can pass: the explicit form of Unicode that matches the probes is taken.
+// A name that matches nothing keeps its own converter and has no code page; a mark it writes
+// is taken off each output by the conversions themselves.
 
 const char* const kProbe[] = {
     "A", "~", "\xC3\xA9", "\xC3\x9F", "\xC2\xA4", "\xC2\xA0", "\xE2\x82\xAC", "\xC5\x92",
@@ -143,6 +149,11 @@ const char* const kProbe[] = {
 constexpr CodePageEntry kUnicodeForms[] = {
     {0, "UCS-2LE"}, {0, "UCS-2BE"}, {0, "UCS-4LE"}, {0, "UCS-4BE"}};
 
+bool isUnicodeCodePage(int codePage) {
+    return codePage == CodePage::Utf16LE || codePage == CodePage::Utf16BE ||
+           codePage == CodePage::Utf32LE || codePage == CodePage::Utf32BE;
+}
+
 const std::string kFailed = "\xFF!";
 
 std::string converted(const char* from, const char* to, const void* in, size_t n) {
@@ -151,35 +162,11 @@ std::string converted(const char* from, const char* to, const void* in, size_t n
     return std::string(reinterpret_cast<const char*>(out.getData2()), out.getSize());
 }
 
-// The byte-order mark that starts `bytes` (and is not all of it), or "". The four-byte marks
-// are tried first, since FF FE also starts the UTF-32 one.
-std::string markAtStart(const std::string& bytes) {
-    static const std::string kMarks[] = {std::string("\xFF\xFE\0\0", 4),
-                                         std::string("\0\0\xFE\xFF", 4), "\xEF\xBB\xBF",
-                                         "\xFF\xFE", "\xFE\xFF"};
-    for (const std::string& mark : kMarks)
-        if (bytes.size() > mark.size() && bytes.compare(0, mark.size(), mark) == 0) return mark;
-    return "";
-}
-
-// What a converter makes of the probe characters and of every single byte; `mark` receives a
-// byte-order mark it puts before every output (then taken off each).
-std::vector<std::string> fingerprint(const char* iconvName, std::string& mark) {
+// What a converter makes of the probe characters (without a mark: the conversions take it
+// off) and of every single byte.
+std::vector<std::string> fingerprint(const char* iconvName) {
     std::vector<std::string> fp;
     for (const char* c : kProbe) fp.push_back(converted("UTF-8", iconvName, c, std::strlen(c)));
-    mark.clear();
-    for (size_t i = 0; i < fp.size(); ++i) {
-        if (fp[i] == kFailed) continue;
-        const std::string m = markAtStart(fp[i]);
-        if (m.empty() || (!mark.empty() && m != mark)) {
-            mark.clear();
-            break;
-        }
-        mark = m;
-    }
-    if (!mark.empty())
-        for (std::string& out : fp)
-            if (out != kFailed) out.erase(0, mark.size());
     for (unsigned b = 0; b < 256; ++b) {
         const unsigned char byte = static_cast<unsigned char>(b);
         fp.push_back(converted(iconvName, "UTF-8", &byte, 1));
@@ -192,43 +179,56 @@ struct Resolved {
     std::string iconvName;
 };
 
+// Each name is resolved once per process; the comparisons run under the lock, so that two
+// threads never repeat them for one name.
 class AliasResolver {
 public:
     Resolved resolve(const std::string& lower, const char* name) {
         std::lock_guard<std::mutex> lock(m_mutex);
         auto known = m_resolved.find(lower);
         if (known != m_resolved.end()) return known->second;
-        if (m_candidates.empty()) collectCandidates();
         Resolved r{0, name};
-        std::string mark;
-        const std::vector<std::string> fp = fingerprint(name, mark);
-        for (const Candidate& c : m_candidates) {
-            if (c.fp != fp) continue;
-            r = Resolved{c.codePage, c.iconvName};
-            break;
+        if (m_matching) {
+            if (m_candidates.empty()) collectCandidates();
+            const std::vector<std::string> fp = fingerprint(name);
+            const bool marked = !outputMarkOf(name).empty();
+            for (const Candidate& c : m_candidates) {
+                if (c.fp != fp) continue;
+                if (!(marked && c.unicodeForm) && !convertsAlike(name, c.iconvName)) continue;
+                r = Resolved{c.codePage, c.iconvName};
+                break;
+            }
         }
         return m_resolved.emplace(lower, r).first->second;
+    }
+
+    void setMatching(bool on) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_matching = on;
+        m_resolved.clear();
     }
 
 private:
     struct Candidate {
         int codePage;
         const char* iconvName;
+        bool unicodeForm;
         std::vector<std::string> fp;
     };
-    void add(int codePage, const char* iconvName) {
-        std::string mark;
+    void add(int codePage, const char* iconvName, bool unicodeForm) {
         if (converterExists(iconvName))
-            m_candidates.push_back({codePage, iconvName, fingerprint(iconvName, mark)});
+            m_candidates.push_back({codePage, iconvName, unicodeForm, fingerprint(iconvName)});
     }
     void collectCandidates() {
-        for (const CodePageEntry& e : kCodePages) add(e.codePage, e.iconvName);
+        for (const CodePageEntry& e : kCodePages)
+            add(e.codePage, e.iconvName, isUnicodeCodePage(e.codePage));
         for (const NameEntry& e : kNames)
-            if (e.iconvName) add(e.codePage, e.iconvName);
-        for (const CodePageEntry& e : kUnicodeForms) add(e.codePage, e.iconvName);
+            if (e.iconvName) add(e.codePage, e.iconvName, false);
+        for (const CodePageEntry& e : kUnicodeForms) add(e.codePage, e.iconvName, true);
     }
 
     std::mutex m_mutex;
+    bool m_matching = true;
     std::vector<Candidate> m_candidates;
     std::unordered_map<std::string, Resolved> m_resolved;
 };
@@ -239,6 +239,10 @@ AliasResolver& aliasResolver() {
 }
 
 }  // namespace
+
+void setCharsetAliasMatching(bool on) {
+    aliasResolver().setMatching(on);
+}
 
 _ovCharset::_ovCharset() : m_codePage(CodePage::Utf8), m_iconvName("UTF-8") {}
 

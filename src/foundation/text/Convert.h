@@ -9,16 +9,28 @@ class DataBuffer;
 // True when iconv can convert between the named charset and UTF-8.
 bool converterExists(const char* iconvName);
 
+// The byte-order mark iconv writes before every output in the named charset (glibc's UTF16
+// and UTF32 write one, the forms that name their byte order do not), or "".
+std::string outputMarkOf(const char* iconvName);
+
+// True when two charsets (iconv names) convert alike: every code point of the Basic
+// Multilingual Plane (surrogates aside) to the same bytes, and every input of one byte and of
+// two bytes to the same text, each failing where the other fails; byte-order marks the
+// converters write before their output aside. About 260,000 conversions: a one-time check.
+bool convertsAlike(const char* a, const char* b);
+
 // Appends in[0, n), converted from charset `from` to charset `to` (iconv names), to out.
 // Fails on bytes that are not valid in `from` and on characters `to` cannot hold: nothing is
 // substituted or transliterated. On failure out keeps what converted before the bad spot.
+// The output has no byte-order mark: one that the converter writes before every output is
+// taken off.
 bool convertCharset(const char* from, const char* to, const unsigned char* in, size_t n,
                     DataBuffer& out);
 
 // Converts a byte stream piece by piece into the same bytes as one convertCharset call over the
 // whole: one converter is kept across the pieces, so a character cut by a piece's end is
 // completed by the next piece and a stateful encoding's shift state carries on (it is closed
-// at the end).
+// at the end). A byte-order mark the converter writes is taken off, as by convertCharset.
 class StreamConverter {
 public:
     StreamConverter() = default;
@@ -34,8 +46,11 @@ public:
     bool convert(const unsigned char* in, size_t n, bool last, DataBuffer& out);
 
 private:
+    bool convertPiece(const unsigned char* in, size_t n, bool last, DataBuffer& out);
+
     void* m_cd = reinterpret_cast<void*>(-1);
     bool m_utf8 = false;
+    std::string m_mark;    // the converter's byte-order mark, until its first output is seen
     std::string m_held;    // the start of a character cut by the last piece's end
     std::string m_joined;  // scratch: the held bytes and the next piece
 };

@@ -1,9 +1,12 @@
 #include "foundation/text/Encodings.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #ifdef __SSE2__
@@ -86,6 +89,17 @@ bool reserveFor(StringBuffer& out, uint64_t add) {
     s.reserve(static_cast<size_t>(total));
     if (s.capacity() != before) adviseLargeBlock(s.data(), s.capacity());
     return true;
+}
+
+// As reserveFor, answering false where the memory cannot be had instead of throwing.
+bool tryReserveFor(StringBuffer& out, uint64_t add) noexcept {
+    try {
+        return reserveFor(out, add);
+    } catch (const std::bad_alloc&) {
+        return false;
+    } catch (const std::length_error&) {
+        return false;
+    }
 }
 
 // Grows out by `add` bytes and returns where they start; null when the result would pass the
@@ -641,8 +655,23 @@ uint64_t BlockEncoder::textBound(uint64_t n) const {
     return 0;
 }
 
-bool BlockEncoder::reserve(StringBuffer& out, uint64_t n) const {
-    return reserveFor(out, textBound(n));
+bool BlockEncoder::exactLength() const {
+    const Enc enc = static_cast<Enc>(m_kind);
+    return enc != Enc::Url && enc != Enc::Qp;
+}
+
+BlockEncoder::Room BlockEncoder::reserve(StringBuffer& out, uint64_t n) const {
+    const uint64_t room = UINT32_MAX - uint64_t{out.getSize()};
+    const uint64_t bound = textBound(n);
+    if (exactLength()) {
+        if (bound > room) return Room::TooLong;
+        return tryReserveFor(out, bound) ? Room::Reserved : Room::NoMemory;
+    }
+    // The bound assumes every byte escaped, which text seldom is: reserve it only as far as a
+    // text can reach, and settle for less where that much memory cannot be had.
+    if (n > room) return Room::TooLong;
+    if (tryReserveFor(out, std::min(bound, room))) return Room::Reserved;
+    return tryReserveFor(out, n) ? Room::Reserved : Room::NoMemory;
 }
 
 bool BlockEncoder::append(const unsigned char* data, unsigned n, bool last, StringBuffer& out) {

@@ -29,9 +29,19 @@ public:
     bool keepsBytes() const;
     // The most text n bytes can give: the exact length for all but url and quoted-printable.
     uint64_t textBound(uint64_t n) const;
-    // Reserves room in out for the text of n more bytes, in memory that fills quickly (large
-    // pages where the system offers them). False when it would pass 4,294,967,295 bytes.
-    bool reserve(StringBuffer& out, uint64_t n) const;
+    // True when textBound is the exact length of the text: all but url and quoted-printable.
+    bool exactLength() const;
+
+    // How reserve went.
+    enum class Room { Reserved, TooLong, NoMemory };
+    // Reserves room in out, once, for the text of n more bytes, in memory that fills quickly
+    // (large pages where the system offers them). An encoding of exact length reserves that
+    // length, or nothing (TooLong) when the text would pass 4,294,967,295 bytes. Url and
+    // quoted-printable reserve their bound up to that limit (append stops there), or where
+    // the memory for that cannot be had the least their text takes (a byte per byte); TooLong
+    // when even that would pass the limit. NoMemory when the memory cannot be had. Never
+    // throws.
+    Room reserve(StringBuffer& out, uint64_t n) const;
     // Appends the next piece's text to out; `last` marks the final piece. False when the text
     // would pass 4,294,967,295 bytes.
     bool append(const unsigned char* data, unsigned n, bool last, StringBuffer& out);

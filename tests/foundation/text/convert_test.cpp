@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "foundation/text/Charset.h"
+#include "foundation/text/CharsetAliases.h"
+#include "foundation/text/Convert.h"
 #include "foundation/text/XString.h"
 #include "support/TestSupport.h"
 
@@ -30,6 +32,10 @@ TEST(Convert, RoundTripsAndTextACharsetCannotHold) {
         {"utf32", kWide, "41000000AC20000000F60100"},
         {"UCS-2", "A\xC3\xA9", "4100E900"},
         {"L1", "caf\xC3\xA9", "636166E9"},
+        // A vendor variant keeps its own tables, where EUC-JP has no circled one and reads
+        // A1 C1 as the wave dash U+301C.
+        {"EUC-JP-MS", "\xE2\x91\xA0", "ADA1"},
+        {"EUC-JP-MS", "\xEF\xBD\x9E", "A1C1"},
         {"unicodeFFFE", kWide, "004120ACD83DDE00"},
         {"utf-32", kWide, "41000000AC20000000F60100"},
         {"utf-32be", kWide, "00000041000020AC0001F600"},
@@ -59,18 +65,76 @@ TEST(Convert, RoundTripsAndTextACharsetCannotHold) {
 }
 
 // Every name of a charset the tables know answers its code page; the Unicode forms go to
-// iconv under the name of their byte order.
+// iconv under the name of their byte order. A name that agrees with a table's charset on most
+// characters but not on all keeps its own converter, and converts as iconv does under that
+// name (IBM9448 writes U+0191 as "F", which CP1256 cannot hold).
 TEST(Convert, AliasesAnswerTheirCodePage) {
-    const std::tuple<const char*, int, const char*> names[] = {
-        {"L1", 28591, "ISO-8859-1"},    {"cp819", 28591, "ISO-8859-1"}, {"UTF16", 1200, "UTF-16LE"},
-        {"UTF32", 12000, "UTF-32LE"},   {"MS_KANJI", 932, "SHIFT_JIS"}, {"UCS-2", 0, "UCS-2LE"},
-        {"latin2", 28592, "ISO-8859-2"}};
-    for (const auto& [name, codePage, iconvName] : names) {
-        SCOPED_TRACE(name);
+    struct Case {
+        const char* name;
+        int codePage;
+        const char* iconvName;
+        const char *text = nullptr, *hex = nullptr;  // a character and its bytes in the charset
+    } cases[] = {
+        {"L1", 28591, "ISO-8859-1"},
+        {"cp819", 28591, "ISO-8859-1"},
+        {"UTF16", 1200, "UTF-16LE"},
+        {"UTF32", 12000, "UTF-32LE"},
+        {"MS_KANJI", 932, "SHIFT_JIS"},
+        {"UCS-2", 0, "UCS-2LE"},
+        {"latin2", 28592, "ISO-8859-2"},
+        {"EUC-JP-MS", 0, "EUC-JP-MS", "\xE2\x91\xA0", "ADA1"},
+        {"IBM9448", 0, "IBM9448", "\xC6\x91", "46"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
         _ovCharset cs;
-        ASSERT_TRUE(cs.setByName(name));
-        EXPECT_EQ(cs.getCodePage(), codePage);
-        EXPECT_STREQ(cs.getIconvName(), iconvName);
+        ASSERT_TRUE(cs.setByName(c.name));
+        EXPECT_EQ(cs.getCodePage(), c.codePage);
+        EXPECT_STREQ(cs.getIconvName(), c.iconvName);
+        if (!c.text) continue;
+        DataBuffer bytes;
+        ASSERT_TRUE(XString(c.text).getConverted(cs, bytes));
+        StringBuffer hex;
+        bytes.encodeDB("hex", hex);
+        EXPECT_EQ(hex.str(), c.hex);
+    }
+}
+
+// A name whose converter writes a byte-order mark before every output, and that no form of
+// the tables is taken for, keeps its converter; the conversions take the mark off each
+// output, and off the first output of a stream, whatever the first piece holds. The text's
+// own U+FEFF stays.
+TEST(Convert, AMarkTheConverterWritesIsTakenOff) {
+    struct WithoutMatching {
+        WithoutMatching() { setCharsetAliasMatching(false); }
+        ~WithoutMatching() { setCharsetAliasMatching(true); }
+    } withoutMatching;
+    _ovCharset cs;
+    ASSERT_TRUE(cs.setByName("UTF16"));
+    EXPECT_STREQ(cs.getIconvName(), "UTF16");
+    EXPECT_EQ(cs.getCodePage(), 0);
+    const std::pair<const char*, std::string> cases[] = {
+        {"A", "A\0"s}, {"A", "A\0"s}, {"\xEF\xBB\xBF\x41", "\xFF\xFE\x41\0"s}, {"", ""}};
+    for (const auto& [text, bytes] : cases) {
+        SCOPED_TRACE(text);
+        DataBuffer out;
+        ASSERT_TRUE(XString(text).getConverted(cs, out));
+        EXPECT_EQ(bytesOf(out), bytes);
+    }
+    const std::pair<std::vector<std::string>, std::string> streams[] = {
+        {{"A", "B"}, "A\0B\0"s},
+        {{"\xEF\xBB", "\xBF\x41", "B"}, "\xFF\xFE\x41\0B\0"s},
+        {{"", "\xC3", "\xA9"}, "\xE9\0"s},
+    };
+    for (const auto& [pieces, bytes] : streams) {
+        SCOPED_TRACE(bytes.size());
+        StreamConverter conv;
+        ASSERT_TRUE(conv.open("UTF-8", cs.getIconvName()));
+        DataBuffer out;
+        for (size_t i = 0; i < pieces.size(); ++i)
+            ASSERT_TRUE(conv.convert(reinterpret_cast<const unsigned char*>(pieces[i].data()),
+                                     pieces[i].size(), i + 1 == pieces.size(), out));
+        EXPECT_EQ(bytesOf(out), bytes);
     }
 }
 
