@@ -91,7 +91,7 @@ class ReadChunk final : public Chunk {
 class WindowChunk final : public Chunk {
   public:
     WindowChunk(OrvaneHandle& handle, DataBuffer& pieces, LogBase& log)
-        : m_handle(handle), m_log(log), m_single(handle, pieces, log, true) {}
+        : m_handle(handle), m_single(handle, pieces, log, true) {}
     ~WindowChunk() override;
     WindowChunk(const WindowChunk&) = delete;
     WindowChunk& operator=(const WindowChunk&) = delete;
@@ -121,7 +121,6 @@ class WindowChunk final : public Chunk {
     bool mirror(bool ok);
 
     OrvaneHandle& m_handle;
-    LogBase& m_log;
     unsigned char* m_window = nullptr;
     unsigned m_reach = kChunkSize;  // how much of the window its reads fill
     bool m_filled = false;          // the window has been read once
