@@ -324,7 +324,8 @@ class Recoder {
                                   log))
                 return why = errorLines(log), false;
             last = got < kConvertBlock;
-            const unsigned skip = first ? leadingMark(block.get(), got) : 0;
+            const unsigned skip =
+                first ? leadingMarkLength(m_from.getCodePage(), block.get(), got) : 0;
             if (!convert(block.get() + skip, got - skip, last, why)) return false;
             if (!emit(m_out.getData2(), m_out.getSize())) return false;
         }
@@ -332,13 +333,6 @@ class Recoder {
     }
 
   private:
-    // The length of FROM's byte-order mark at the start of the input, or 0: it is not text.
-    unsigned leadingMark(const unsigned char* bytes, unsigned n) const {
-        unsigned len = 0;
-        const unsigned char* mark = preambleOf(m_from.getCodePage(), len);
-        return mark && n >= len && std::memcmp(bytes, mark, len) == 0 ? len : 0;
-    }
-
     bool convert(const unsigned char* in, size_t n, bool last, std::string& why) {
         m_text.clear();
         if (!m_decode.convert(in, n, last, m_text))

@@ -94,9 +94,7 @@ bool readTextStep(const XString& path, const XString& charset, XString& out, Log
         }
         if (!decoding) continue;
         // A leading byte-order mark of the charset is not part of the text.
-        unsigned skip = 0;
-        const unsigned char* mark = first ? preambleOf(cs.getCodePage(), skip) : nullptr;
-        if (!mark || got < skip || std::memcmp(block, mark, skip) != 0) skip = 0;
+        const unsigned skip = first ? leadingMarkLength(cs.getCodePage(), block, got) : 0;
         piece.clear();
         decoding = conv.convert(block + skip, got - skip, last, piece);
         if (decoding)

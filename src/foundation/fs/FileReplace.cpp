@@ -275,14 +275,9 @@ class Replacement {
 
     // Lines name the path the caller passed and, where links were followed from it, the
     // file they led to.
-    bool fail(const std::string& reason) {
-        std::string line = reason;
-        if (m_followed) line += " (the link leads to \"" + m_target + "\")";
-        logFailure(m_log, m_req.op, m_req.path, line.c_str());
-        return false;
-    }
-    bool sysFail(const char* op, int err) {
-        std::string line = errnoText(err);
+    bool fail(const std::string& reason) { return failAs(m_req.op, reason); }
+    bool sysFail(const char* op, int err) { return failAs(op, errnoText(err)); }
+    bool failAs(const char* op, std::string line) {
         if (m_followed) line += " (the link leads to \"" + m_target + "\")";
         logFailure(m_log, op, m_req.path, line.c_str());
         return false;

@@ -41,6 +41,11 @@ int openDirAt(int dirfd, const char* name) {
     return fd;
 }
 
+// Whether a listed name is "." or "..", which every listing holds and no walk takes.
+bool isDotEntry(const char* name) {
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
 // Splits the root path into its parent and last part, with trailing separators dropped.
 // Refuses (reason set) the root directory and a last part of "." or "..", as rm does.
 bool splitRoot(const std::string& path, std::string& parent, std::string& name,
@@ -145,7 +150,7 @@ class TreeRemover {
         errno = 0;
         while (struct dirent* e = sysCalls().readdir(d)) {
             const char* name = e->d_name;
-            if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) {
+            if (isDotEntry(name)) {
                 errno = 0;
                 continue;
             }
@@ -283,8 +288,7 @@ bool FileSys::listDirUtf8(const char* dir, std::vector<std::string>& names, LogB
     errno = 0;
     while (struct dirent* e = sysCalls().readdir(d)) {
         const char* name = e->d_name;
-        if (!(name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))))
-            found.emplace_back(name);
+        if (!isDotEntry(name)) found.emplace_back(name);
         errno = 0;
     }
     const int err = errno;

@@ -346,6 +346,12 @@ const unsigned char* preambleOf(int codePage, unsigned& length) {
     }
 }
 
+unsigned leadingMarkLength(int codePage, const unsigned char* bytes, size_t n) {
+    unsigned length = 0;
+    const unsigned char* mark = preambleOf(codePage, length);
+    return mark && n >= length && std::memcmp(bytes, mark, length) == 0 ? length : 0;
+}
+
 // ----- StreamConverter -----
 
 StreamConverter::~StreamConverter() {

@@ -32,7 +32,7 @@ bool convertCharset(const char* from, const char* to, const unsigned char* in, s
 // completed by the next piece and a stateful encoding's shift state carries on (it is closed
 // at the end). A byte-order mark the converter writes is taken off, as by convertCharset.
 class StreamConverter {
-public:
+  public:
     StreamConverter() = default;
     ~StreamConverter();
     StreamConverter(const StreamConverter&) = delete;
@@ -45,7 +45,7 @@ public:
     // and on a character cut off by the end of the input.
     bool convert(const unsigned char* in, size_t n, bool last, DataBuffer& out);
 
-private:
+  private:
     bool convertPiece(const unsigned char* in, size_t n, bool last, DataBuffer& out);
 
     void* m_cd = reinterpret_cast<void*>(-1);
@@ -61,3 +61,5 @@ bool isValidUtf8(const unsigned char* bytes, size_t n);
 
 // The byte-order mark of a code page, or null (length 0) when the charset has none.
 const unsigned char* preambleOf(int codePage, unsigned& length);
+// The length of the code page's byte-order mark when bytes[0, n) starts with it, else 0.
+unsigned leadingMarkLength(int codePage, const unsigned char* bytes, size_t n);

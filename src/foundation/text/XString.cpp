@@ -59,17 +59,10 @@ long nextCodePoint(std::string_view s, size_t& i) {
     return cp;
 }
 
-// The length of the charset's byte-order mark at the start of bytes[0, n), or 0.
-unsigned leadingMark(const _ovCharset& cs, const unsigned char* bytes, unsigned n) {
-    unsigned markLen = 0;
-    const unsigned char* mark = preambleOf(cs.getCodePage(), markLen);
-    return mark && n >= markLen && std::memcmp(bytes, mark, markLen) == 0 ? markLen : 0;
-}
-
 // Decodes bytes in the charset into UTF-8, appending to out; a leading mark of that charset
 // is skipped. False (out unchanged) on failure.
 bool decodeAppend(const _ovCharset& cs, const unsigned char* bytes, unsigned n, std::string& out) {
-    const unsigned markLen = leadingMark(cs, bytes, n);
+    const unsigned markLen = leadingMarkLength(cs.getCodePage(), bytes, n);
     bytes += markLen;
     n -= markLen;
     if (cs.getCodePage() == CodePage::Utf8) {
@@ -216,7 +209,7 @@ bool XString::appendFromEncodingTaking(const _ovCharset& charset, DataBuffer& by
         bytes.releaseStorage();
         return true;
     }
-    const unsigned markLen = leadingMark(charset, p, n);
+    const unsigned markLen = leadingMarkLength(charset.getCodePage(), p, n);
     if (n > markLen && !isValidUtf8(p + markLen, n - markLen)) return false;
     moveBytesInto(bytes, markLen, m_utf8.str());
     return true;
