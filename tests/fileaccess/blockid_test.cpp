@@ -14,20 +14,7 @@
 
 #include "LogProbe.h"
 #include "fileaccess/StreamBlocks.h"
-
-// Sanitizers reserve terabytes of address space, which a limit on it cannot leave room for,
-// and keep memory of their own beside each block the library touches.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define FA_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-#define FA_SANITIZED 1
-#endif
-#endif
-#ifndef FA_SANITIZED
-#define FA_SANITIZED 0
-#endif
+#include "support/TestSupport.h"
 
 namespace {
 

@@ -1,6 +1,21 @@
 // Helpers shared by the test suites.
 #pragma once
 
+// FA_SANITIZED: 1 in a sanitizer build. Sanitizers reserve terabytes of address space, which a
+// limit on it cannot leave room for, and keep memory of their own beside each block the library
+// touches (freed blocks, too, for a while), so tests of memory figures skip there.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define FA_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+#define FA_SANITIZED 1
+#endif
+#endif
+#ifndef FA_SANITIZED
+#define FA_SANITIZED 0
+#endif
+
 #include <gtest/gtest.h>
 
 #include <functional>
