@@ -11,12 +11,13 @@
 # free disk space in workdir. Builds the library (Release) into build-algos-bench beside this
 # directory.
 #
-# The replacement is run twice: in workdir, where the library waits for its new file to reach
-# the device before renaming it over the old one (sed -i does not wait), so the ratio there
-# swings with the device's speed; and in a directory on /dev/shm (a memory file system, set
-# SHM_DIR= to skip), where it measures the work itself. The device's own time for 2 GiB
-# (dd with fsync) and the transparent-huge-page setting, which decides what fresh memory
-# costs the encoded reads, are printed first.
+# The replacement runs in workdir, where the library waits for its new file to reach the device
+# before renaming it over the old one (sed -i does not wait), so the ratio there follows the
+# device's speed: the device's own time for 2 GiB (dd with fsync) is printed first. SHM_DIR=DIR
+# repeats it in DIR (say /dev/shm, a memory file system); on a virtual machine that measures
+# mostly what the host charges for fresh memory, which both sides' new files take there. The
+# transparent-huge-page setting, which decides what fresh memory costs the encoded reads, is
+# printed before them.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -184,7 +185,7 @@ if wants replace; then
     echo "device: 2 GiB written with fsync (dd conv=fsync): $(timed dd if=/dev/zero of="$work/dd" bs=16M count=128 conv=fsync status=none) s"
     rm -f "$work/dd"
     replace_race "$work" "disk"
-    shm=${SHM_DIR-/dev/shm}
+    shm=${SHM_DIR:-}
     if [ -n "$shm" ] && [ -d "$shm" ]; then
         shm_work=$(mktemp -d "$shm/algos-bench.XXXXXX")
         trap 'rm -rf "$work" "$shm_work"' EXIT
