@@ -1,7 +1,7 @@
 // libFuzzer target for the shortcut reader and checker.
 //
 // Both functions take a path, so each input is written to one scratch file (per process, in
-// the temporary directory) and then read back by both. The walks must end in true or false
+// the temporary directory, removed once read) and then read back by both. The walks must end in true or false
 // for any bytes: the sanitizers report any read outside the loaded file, any overflow that
 // is not meant, and any leak.
 #include <cstddef>
@@ -50,6 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool read = ClsFileAccess::readShortcut(path, info, readLog);
     _ovLogger checkLog;
     const bool parseable = ClsFileAccess::parseableShortcut(path, checkLog);
+    // Gone as soon as both have read it, so that no run leaves it behind however it ends.
+    unlink(scratchPath().c_str());
 
     // What the checker accepts, the reader must read: it walks the same structures and
     // differs only in taking in what the checker steps over (and in accepting any header
