@@ -1,9 +1,9 @@
 // libFuzzer target for the shortcut reader and checker.
 //
 // Both functions take a path, so each input is written to one scratch file (per process, in
-// the temporary directory, removed once read) and then read back by both. The walks must end in true or false
-// for any bytes: the sanitizers report any read outside the loaded file, any overflow that
-// is not meant, and any leak.
+// the temporary directory, removed once read) and then read back by both. The walks must end
+// in true or false for any bytes: the sanitizers report any read outside the loaded file, any
+// overflow that is not meant, and any leak.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
