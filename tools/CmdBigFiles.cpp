@@ -22,8 +22,9 @@ namespace {
 bool emitParts(const PartNaming& naming, int64_t parts, const FileSys::Emit& emit, std::string& why,
                std::string& failedPart) {
     for (int64_t n = 1; n <= parts; ++n) {
-        if (!emitFileBytes(naming.part(n), emit, why)) {
-            if (!why.empty()) failedPart = naming.part(n);
+        const std::string part = naming.part(n);
+        if (!emitFileBytes(part, emit, why)) {
+            if (!why.empty()) failedPart = part;
             return false;
         }
     }
@@ -47,10 +48,11 @@ int runJoin(Invocation& inv) {
         !FileSys::regularFileId(outPath, outExists, outId, &idLog))
         return inv.failFromLog(errorLines(idLog), idLog.text(), outFile);
     for (int64_t n = 1; n <= parts; ++n) {
-        total += std::max<int64_t>(0, fileSize(naming.part(n)));
+        const std::string part = naming.part(n);
+        total += std::max<int64_t>(0, fileSize(part));
         FileId id;
         bool exists = false;
-        XString p(naming.part(n).c_str());
+        XString p(part.c_str());
         if (outExists && FileSys::regularFileId(p, exists, id, nullptr) && exists && id == outId)
             return inv.fail(outFile, "is part " + std::to_string(n) + " of the set it would join");
     }
